@@ -1,0 +1,63 @@
+# Set-up, build and test in one step each. See README.md.
+BUILD      ?= build
+BUILD_ASAN ?= build-asan
+BUILD_TSAN ?= build-tsan
+BUILD_BENCH?= build-bench
+BUILD_FUZZ ?= build-fuzz
+RUN_DIR    ?= $(BUILD)/run
+JOBS       ?= $(shell nproc)
+FUZZ_SECONDS ?= 60
+CMAKE_GEN  := -G Ninja
+
+.PHONY: all deps build run test test-asan test-tsan bench fuzz fuzz-smoke install clean
+
+all: build
+
+deps:
+	@scripts/install-deps.sh
+
+build: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+# Lays out a working directory from the factory defaults (once), starts the
+# library there and shows every setting.
+run: build
+	@test -f $(RUN_DIR)/Config.xml || $(BUILD)/cli/oxcfg init $(RUN_DIR)
+	@$(BUILD)/cli/oxcfg -C $(RUN_DIR) start
+	@$(BUILD)/cli/oxcfg -C $(RUN_DIR) show
+
+test: build
+	@cd $(BUILD) && ctest --output-on-failure -j $(JOBS)
+
+test-asan: deps
+	@cmake -S . -B $(BUILD_ASAN) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Debug -DOXCFG_SANITIZE=address -DOXCFG_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_ASAN) -j $(JOBS)
+	@cd $(BUILD_ASAN) && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+	  ctest --output-on-failure -j $(JOBS)
+
+test-tsan: deps
+	@cmake -S . -B $(BUILD_TSAN) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOXCFG_SANITIZE=thread -DOXCFG_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_TSAN) -j $(JOBS)
+	@cd $(BUILD_TSAN) && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+
+bench: deps
+	@cmake -S . -B $(BUILD_BENCH) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DOXCFG_BUILD_TESTS=OFF >/dev/null
+	@cmake --build $(BUILD_BENCH) -j $(JOBS) --target oxcfg_bench
+	@$(BUILD_BENCH)/bench/oxcfg_bench $(BENCH_ARGS)
+
+# Builds the libFuzzer targets with clang and runs each for FUZZ_SECONDS.
+fuzz: deps
+	@CC=clang CXX=clang++ cmake -S . -B $(BUILD_FUZZ) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DOXCFG_BUILD_FUZZ=ON -DOXCFG_BUILD_TESTS=OFF -DOXCFG_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_FUZZ) -j $(JOBS)
+	@scripts/run-fuzzers.sh $(BUILD_FUZZ) $(FUZZ_SECONDS)
+
+fuzz-smoke:
+	@$(MAKE) --no-print-directory fuzz FUZZ_SECONDS=20
+
+install: build
+	@cmake --install $(BUILD)
+
+clean:
+	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_BENCH) $(BUILD_FUZZ)

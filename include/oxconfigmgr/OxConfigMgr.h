@@ -1,0 +1,94 @@
+// oxconfigmgr: the configuration manager of the device-access gateway.
+//
+// A host process changes into the configuration directory, calls
+// OX_ConfigMgr_Start once from one thread, then takes shared handles to the
+// configuration objects with the OX_ConfigMgr_Get... functions and calls
+// their getters and setters from any thread. Handles may be kept for the life
+// of the process. No function of the library lets an exception escape.
+//
+// A process that loads this library must not also load the system
+// libsqlite3: the library uses an encrypting SQLite build that exports the
+// same symbols.
+#ifndef OXCONFIGMGR_OXCONFIGMGR_H
+#define OXCONFIGMGR_OXCONFIGMGR_H
+
+#include <oxconfigmgr/OxExport.h>
+#include <oxconfigmgr/OxLogLevel.h>
+#include <oxconfigmgr/OxMutex.h>
+#include <oxconfigmgr/OxSecurityStatus.h>
+
+#include <memory>
+#include <string>
+
+namespace OxConfigMgr {
+class CBasicCfg;
+class CMaintain;
+class CPrivateCfg;
+class CUserCfg;
+class CNATGateway;
+class CNetworkCfg;
+class COpenSSLCertificate;
+class CARCCfg;
+class CConvertCodeCfg;
+class CTimeCfg;
+class CQAPICfg;
+class CAlarmMonitorCfg;
+class CHttpHostCfg;
+class CEventSubCfg;
+class CWispListenCfg;
+class CCfgImportAndExport;
+class CDeviceMgmtCfg;
+class CStorageConfig;
+class CMetadataCfg;
+}  // namespace OxConfigMgr
+
+extern "C" {
+
+// Does nothing; returns 1. Thread-safe.
+OXCFG_API int OX_ConfigMgr_Init(void);
+
+// Loads the configuration of the current working directory: carries settings
+// over from an upgrade's "Config_Backup.xml", then creates and loads every
+// configuration object in a fixed order, stopping at the first failure (which
+// is logged). Returns 1 when everything loaded, 0 otherwise. Calling it again
+// after a failure resumes at the failed step. Call once, from one thread,
+// before any other thread uses the getters.
+OXCFG_API int OX_ConfigMgr_Start(void);
+
+// Do nothing (objects live until the library is unloaded); return 1.
+OXCFG_API int OX_ConfigMgr_Stop(void);
+OXCFG_API int OX_ConfigMgr_Uninit(void);
+
+}  // extern "C"
+
+// Getters. Each returns a copy of the manager's handle: empty before a
+// successful start of that object. Lock-free and thread-safe once
+// OX_ConfigMgr_Start has returned.
+
+// Software version of the configuration carried over at the last start
+// ("" when there was no backup or it had no version).
+OXCFG_API std::string OX_ConfigMgr_GetBackupVersion();
+OXCFG_API std::shared_ptr<OxConfigMgr::CBasicCfg> OX_ConfigMgr_GetBasicCfg();
+// The maintenance object (log switch and level, log clean-up).
+OXCFG_API std::shared_ptr<OxConfigMgr::CMaintain> OX_ConfigMgr_GetLogCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CPrivateCfg> OX_ConfigMgr_GetPrivateCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CUserCfg> OX_ConfigMgr_GetUserCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CNATGateway> OX_ConfigMgr_GetNATGateway();
+OXCFG_API std::shared_ptr<OxBase::CSecurityStatus> OX_ConfigMgr_GetSecurityStatus();
+OXCFG_API std::shared_ptr<OxConfigMgr::CNetworkCfg> OX_ConfigMgr_GetNetworkCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::COpenSSLCertificate> OX_ConfigMgr_GetOpenSSLCert();
+// Always empty: the host constructs its CARCCfg and CConvertCodeCfg itself.
+OXCFG_API std::shared_ptr<OxConfigMgr::CARCCfg> OX_ConfigMgr_GetARCCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CConvertCodeCfg> OX_ConfigMgr_GetConvertCodeCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CTimeCfg> OX_ConfigMgr_GetTimeCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CQAPICfg> OX_ConfigMgr_GetQAPICfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CAlarmMonitorCfg> OX_ConfigMgr_GetAlarmMonitorCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CHttpHostCfg> OX_ConfigMgr_GetHttpHostCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CEventSubCfg> OX_ConfigMgr_GetEventSubCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CWispListenCfg> OX_ConfigMgr_GetWispListenCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CCfgImportAndExport> OX_ConfigMgr_GetCfgImportAndExport();
+OXCFG_API std::shared_ptr<OxConfigMgr::CDeviceMgmtCfg> OX_ConfigMgr_GetDeviceMgmtCfg();
+OXCFG_API std::shared_ptr<OxConfigMgr::CStorageConfig> OX_ConfigMgr_GetStorageConfig();
+OXCFG_API std::shared_ptr<OxConfigMgr::CMetadataCfg> OX_ConfigMgr_GetMetadataConfig();
+
+#endif  // OXCONFIGMGR_OXCONFIGMGR_H

@@ -1,0 +1,104 @@
+#include "frame/config_store.h"
+
+#include <mutex>
+#include <shared_mutex>
+
+#include "platform/oxbase.h"
+#include "platform/xlog.h"
+
+namespace OxConfigMgr {
+
+OxBase::CRWLock m_gConfigFileLock;
+
+std::string getConfigFilePath() { return OX_BASE_GetCurDir() + "Config.xml"; }
+std::string getPrivateConfigFilePath() { return OX_BASE_GetCurDir() + "PrivateConfig.xml"; }
+std::string getARCConfigFilePath() { return OX_BASE_GetCurDir() + "ARCConfig.xml"; }
+std::string getConvertCodeCfgFilePath() { return OX_BASE_GetCurDir() + "ConvertCodeConfig.xml"; }
+std::string getQAPIConfigFilePath() { return OX_BASE_GetCurDir() + "QAPIConfig.xml"; }
+
+int readConfigFile(OxBase::CXmlBase& xml) {
+  const std::string path = getConfigFilePath();
+  int rc;
+  {
+    std::shared_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
+    rc = xml.LoadFile(path);
+  }
+  if (rc != 1) {
+    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "readConfigFile", __LINE__);
+    return 0;
+  }
+  return 1;
+}
+
+int writeConfigFile(const OxBase::CXmlBase& xml) {
+  const std::string path = getConfigFilePath();
+  int rc;
+  {
+    std::unique_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
+    rc = xml.WriteToFile(path);
+  }
+  if (rc != 1) {
+    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "writeConfigFile", __LINE__);
+    return 0;
+  }
+  return 1;
+}
+
+namespace {
+
+constexpr int kMaxMergeDepth = 64;
+
+// One level of the merge; siblings are walked in a loop and only children
+// recurse, so the depth of recursion is the depth of the document.
+void mergeLevel(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* excluded, int depth) {
+  do {
+    const std::string name = dest.GetNodeName();
+    if (name.empty() || !src.FindElem(name.c_str())) continue;
+    if (!dest.IntoElem()) {
+      if (!excluded || name != excluded) dest.SetData(src.GetData());
+      continue;
+    }
+    if (depth < kMaxMergeDepth && src.IntoElem()) {
+      mergeLevel(dest, src, excluded, depth + 1);
+      src.OutOfElem();
+    }
+    dest.OutOfElem();
+  } while (dest.NextSibElem());
+}
+
+}  // namespace
+
+void copyXMLRecursive(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* excluded) {
+  mergeLevel(dest, src, excluded, 0);
+}
+
+bool xmlWalk(OxBase::CXmlBase& xml, std::initializer_list<const char*> path) {
+  if (!xml.SetRoot()) return false;
+  bool first = true;
+  for (const char* name : path) {
+    if (!first && !xml.IntoElem()) return false;
+    if (!xml.FindElem(name)) return false;
+    first = false;
+  }
+  return true;
+}
+
+bool xmlChildText(OxBase::CXmlBase& xml, const char* name, std::string* text) {
+  if (!xml.IntoElem()) return false;
+  bool found = xml.FindElem(name);
+  if (found && text) *text = xml.GetData();
+  xml.OutOfElem();
+  return found;
+}
+
+bool xmlSetChildText(OxBase::CXmlBase& xml, const char* name, const char* text) {
+  if (xml.IntoElem()) {
+    bool found = xml.FindElem(name);
+    bool ok = found && xml.ModifyData(name, text) == 1;
+    xml.OutOfElem();
+    if (found) return ok;
+  }
+  return xml.AddNode(name, text);
+}
+
+}  // namespace OxConfigMgr

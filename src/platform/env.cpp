@@ -1,0 +1,265 @@
+#include "platform/env.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+
+extern char** environ;
+
+namespace OxBase {
+
+namespace {
+
+std::atomic<Env*> g_installed{nullptr};
+
+void FillRandom(void* buf, size_t len) {
+  auto* p = static_cast<unsigned char*>(buf);
+  while (len > 0) {
+    ssize_t n = getrandom(p, len, 0);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      // getrandom cannot fail on Linux >= 3.17 once the pool is initialised;
+      // fall back to /dev/urandom rather than returning predictable bytes.
+      int fd = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
+      if (fd < 0) abort();
+      n = ::read(fd, p, len);
+      ::close(fd);
+      if (n <= 0) abort();
+    }
+    p += n;
+    len -= static_cast<size_t>(n);
+  }
+}
+
+class PosixEnv final : public Env {};
+
+// Closes a descriptor on scope exit unless released.
+struct Fd {
+  int fd = -1;
+  ~Fd() { if (fd >= 0) ::close(fd); }
+  void reset() { if (fd >= 0) ::close(fd); fd = -1; }
+};
+
+}  // namespace
+
+Env::~Env() = default;
+
+Env* Env::Default() {
+  static PosixEnv* env = new PosixEnv;  // never destroyed: used during exit
+  return env;
+}
+
+Env* Env::Current() {
+  Env* e = g_installed.load(std::memory_order_acquire);
+  return e ? e : Default();
+}
+
+void Env::Install(Env* env) { g_installed.store(env, std::memory_order_release); }
+
+int Env::Open(const std::string& path, int flags, mode_t mode) {
+  int fd;
+  do {
+    fd = ::open(path.c_str(), flags | O_CLOEXEC, mode);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
+}
+
+ssize_t Env::Write(int fd, const void* data, size_t len) {
+  const char* p = static_cast<const char*>(data);
+  size_t left = len;
+  while (left > 0) {
+    ssize_t n = ::write(fd, p, left);
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return -1;
+    }
+    p += n;
+    left -= static_cast<size_t>(n);
+  }
+  return static_cast<ssize_t>(len);
+}
+
+int Env::Fsync(int fd) { return ::fsync(fd); }
+int Env::Fchmod(int fd, mode_t mode) { return ::fchmod(fd, mode); }
+int Env::Close(int fd) { return ::close(fd); }
+int Env::Rename(const std::string& from, const std::string& to) {
+  return ::rename(from.c_str(), to.c_str());
+}
+int Env::Unlink(const std::string& path) { return ::unlink(path.c_str()); }
+int Env::MakeDir(const std::string& path, mode_t mode) { return ::mkdir(path.c_str(), mode); }
+int Env::RemoveDir(const std::string& path) { return ::rmdir(path.c_str()); }
+
+int Env::SyncDir(const std::string& dir) {
+  int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (fd < 0) return -1;
+  int rc = ::fsync(fd);
+  int saved = errno;
+  ::close(fd);
+  errno = saved;
+  return rc;
+}
+
+CommandResult Env::Run(const std::vector<std::string>& argv, const std::string& input,
+                       const std::string& workDir) {
+  CommandResult result;
+  if (argv.empty()) {
+    errno = EINVAL;
+    return result;
+  }
+  int inPipe[2], outPipe[2];
+  if (pipe2(inPipe, O_CLOEXEC) != 0) return result;
+  if (pipe2(outPipe, O_CLOEXEC) != 0) {
+    ::close(inPipe[0]);
+    ::close(inPipe[1]);
+    return result;
+  }
+  Fd inRead{inPipe[0]}, inWrite{inPipe[1]}, outRead{outPipe[0]}, outWrite{outPipe[1]};
+
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, inRead.fd, 0);
+  posix_spawn_file_actions_adddup2(&actions, outWrite.fd, 1);
+  posix_spawn_file_actions_adddup2(&actions, outWrite.fd, 2);
+  if (!workDir.empty()) posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
+
+  // The child must not inherit a blocked SIGPIPE or ignored signals.
+  posix_spawnattr_t attr;
+  posix_spawnattr_init(&attr);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attr, &defaults);
+  sigset_t none;
+  sigemptyset(&none);
+  posix_spawnattr_setsigmask(&attr, &none);
+  posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+  std::vector<char*> args;
+  args.reserve(argv.size() + 1);
+  for (const auto& a : argv) args.push_back(const_cast<char*>(a.c_str()));
+  args.push_back(nullptr);
+
+  pid_t pid = -1;
+  int rc = posix_spawnp(&pid, args[0], &actions, &attr, args.data(), environ);
+  posix_spawn_file_actions_destroy(&actions);
+  posix_spawnattr_destroy(&attr);
+  inRead.reset();
+  outWrite.reset();
+  if (rc != 0) {
+    errno = rc;
+    return result;
+  }
+
+  // Feed standard input and drain the output together, so neither side can
+  // block the other on a full pipe.
+  size_t written = 0;
+  if (input.empty()) inWrite.reset();
+  else fcntl(inWrite.fd, F_SETFL, fcntl(inWrite.fd, F_GETFL) | O_NONBLOCK);
+  char buf[4096];
+  while (outRead.fd >= 0) {
+    pollfd fds[2];
+    int n = 0;
+    fds[n++] = {outRead.fd, POLLIN, 0};
+    if (inWrite.fd >= 0) fds[n++] = {inWrite.fd, POLLOUT, 0};
+    if (::poll(fds, n, -1) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    if (n == 2 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+      ssize_t w = ::write(inWrite.fd, input.data() + written, input.size() - written);
+      if (w > 0) written += static_cast<size_t>(w);
+      if (w < 0 && errno != EAGAIN && errno != EINTR) inWrite.reset();
+      if (written >= input.size()) inWrite.reset();
+    }
+    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
+      ssize_t r = ::read(outRead.fd, buf, sizeof buf);
+      if (r > 0) {
+        result.output.append(buf, static_cast<size_t>(r));
+      } else if (r == 0 || (errno != EINTR && errno != EAGAIN)) {
+        outRead.reset();
+      }
+    }
+  }
+  inWrite.reset();
+
+  int status = 0;
+  while (waitpid(pid, &status, 0) < 0) {
+    if (errno != EINTR) return result;
+  }
+  if (WIFEXITED(status)) result.exitCode = WEXITSTATUS(status);
+  else if (WIFSIGNALED(status)) result.exitCode = 128 + WTERMSIG(status);
+  return result;
+}
+
+int64_t Env::NowMicros() {
+  timespec ts;
+  clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 1000000 + ts.tv_nsec / 1000;
+}
+
+uint64_t Env::TickMillis() {
+  timespec ts;
+  clock_gettime(CLOCK_MONOTONIC, &ts);
+  return static_cast<uint64_t>(ts.tv_sec) * 1000 + static_cast<uint64_t>(ts.tv_nsec) / 1000000;
+}
+
+int Env::SetSystemTime(int64_t secondsSince1970) {
+  timeval tv{};
+  tv.tv_sec = static_cast<time_t>(secondsSince1970);
+  return ::settimeofday(&tv, nullptr);
+}
+
+uint32_t Env::Random32() {
+  uint32_t v;
+  FillRandom(&v, sizeof v);
+  return v;
+}
+
+void Env::NewUuid(unsigned char out[16]) {
+  FillRandom(out, 16);
+  out[6] = static_cast<unsigned char>((out[6] & 0x0F) | 0x40);  // version 4
+  out[8] = static_cast<unsigned char>((out[8] & 0x3F) | 0x80);  // RFC 4122 variant
+}
+
+int Env::GetAdapters(std::vector<AdapterAddress>* out) {
+  ifaddrs* list = nullptr;
+  if (getifaddrs(&list) != 0) return -1;
+  for (ifaddrs* it = list; it; it = it->ifa_next) {
+    if (!it->ifa_addr || it->ifa_addr->sa_family != AF_INET || !it->ifa_name) continue;
+    char text[INET_ADDRSTRLEN] = {0};
+    const auto* sin = reinterpret_cast<const sockaddr_in*>(it->ifa_addr);
+    if (!inet_ntop(AF_INET, &sin->sin_addr, text, sizeof text)) continue;
+    AdapterAddress* adapter = nullptr;
+    for (auto& a : *out) {
+      if (a.name == it->ifa_name) adapter = &a;
+    }
+    if (!adapter) {
+      out->push_back(AdapterAddress{it->ifa_name, it->ifa_name, {}});
+      adapter = &out->back();
+    }
+    adapter->ipv4.emplace_back(text);
+  }
+  freeifaddrs(list);
+  return 0;
+}
+
+std::string Env::ZoneInfoRoot() { return "/usr/share/zoneinfo/"; }
+std::string Env::LocalTimePath() { return "/etc/localtime"; }
+std::string Env::OsReleasePath() { return "/etc/os-release"; }
+
+}  // namespace OxBase

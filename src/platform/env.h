@@ -1,0 +1,122 @@
+// The replaceable environment of the platform layer.
+//
+// Every action of the library that changes the machine, or depends on it in a
+// way a test must control, goes through the Env installed at that moment:
+// file writes (so a test can inject ENOSPC, EACCES, a failed fsync or rename),
+// running commands, setting the clock, the zone-file root, the adapter list,
+// the clocks, and the random and UUID sources. Production uses Env::Default();
+// tests install a recording or failing subclass (usually of EnvWrapper) with
+// Env::Install and restore the default afterwards. Plain reads of files use
+// the real file system directly.
+//
+// Error convention: functions returning int give 0 (or a descriptor) on
+// success and -1 on failure with errno set, like the POSIX calls they wrap.
+#ifndef OXCFG_PLATFORM_ENV_H
+#define OXCFG_PLATFORM_ENV_H
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace OxBase {
+
+struct AdapterAddress {
+  std::string name;         // interface name, e.g. "eth0"
+  std::string description;  // human-readable description (the name on Linux)
+  std::vector<std::string> ipv4;  // dotted IPv4 texts, in enumeration order
+};
+
+struct CommandResult {
+  int exitCode = -1;   // exit status; -1 when the program could not be run
+  std::string output;  // captured standard output (and standard error)
+};
+
+class Env {
+ public:
+  virtual ~Env();
+
+  // The real environment; never null, lives for the whole process.
+  static Env* Default();
+  // The environment in force. Thread-safe.
+  static Env* Current();
+  // Installs `env` (nullptr restores the default). The caller keeps ownership
+  // and must keep `env` alive until it is replaced.
+  static void Install(Env* env);
+
+  // --- files written by the library ---------------------------------------
+  virtual int Open(const std::string& path, int flags, mode_t mode);
+  virtual ssize_t Write(int fd, const void* data, size_t len);
+  virtual int Fsync(int fd);
+  virtual int Fchmod(int fd, mode_t mode);
+  virtual int Close(int fd);
+  virtual int Rename(const std::string& from, const std::string& to);
+  virtual int Unlink(const std::string& path);
+  virtual int MakeDir(const std::string& path, mode_t mode);
+  virtual int RemoveDir(const std::string& path);
+  // fsync of a directory, so that a rename inside it is durable.
+  virtual int SyncDir(const std::string& dir);
+
+  // --- commands -------------------------------------------------------------
+  // Runs argv[0] (searched in PATH when it has no slash) with the given
+  // arguments, never through a shell. `input` is written to its standard
+  // input, which is then closed. Standard output and standard error are
+  // captured together.
+  virtual CommandResult Run(const std::vector<std::string>& argv,
+                            const std::string& input,
+                            const std::string& workDir);
+
+  // --- time -----------------------------------------------------------------
+  virtual int64_t NowMicros();        // wall clock, microseconds since 1970
+  virtual uint64_t TickMillis();      // monotonic milliseconds
+  virtual int SetSystemTime(int64_t secondsSince1970);
+
+  // --- randomness -----------------------------------------------------------
+  virtual uint32_t Random32();
+  virtual void NewUuid(unsigned char out[16]);  // random (version 4) UUID
+
+  // --- machine facts ----------------------------------------------------------
+  virtual int GetAdapters(std::vector<AdapterAddress>* out);
+  virtual std::string ZoneInfoRoot();   // "/usr/share/zoneinfo/"
+  virtual std::string LocalTimePath();  // "/etc/localtime"
+  virtual std::string OsReleasePath();  // "/etc/os-release"
+};
+
+// Forwards every call to a target Env; tests override only what they inject.
+class EnvWrapper : public Env {
+ public:
+  explicit EnvWrapper(Env* target) : target_(target) {}
+  Env* target() const { return target_; }
+
+  int Open(const std::string& p, int f, mode_t m) override { return target_->Open(p, f, m); }
+  ssize_t Write(int fd, const void* d, size_t n) override { return target_->Write(fd, d, n); }
+  int Fsync(int fd) override { return target_->Fsync(fd); }
+  int Fchmod(int fd, mode_t m) override { return target_->Fchmod(fd, m); }
+  int Close(int fd) override { return target_->Close(fd); }
+  int Rename(const std::string& a, const std::string& b) override { return target_->Rename(a, b); }
+  int Unlink(const std::string& p) override { return target_->Unlink(p); }
+  int MakeDir(const std::string& p, mode_t m) override { return target_->MakeDir(p, m); }
+  int RemoveDir(const std::string& p) override { return target_->RemoveDir(p); }
+  int SyncDir(const std::string& d) override { return target_->SyncDir(d); }
+  CommandResult Run(const std::vector<std::string>& a, const std::string& in,
+                    const std::string& wd) override {
+    return target_->Run(a, in, wd);
+  }
+  int64_t NowMicros() override { return target_->NowMicros(); }
+  uint64_t TickMillis() override { return target_->TickMillis(); }
+  int SetSystemTime(int64_t s) override { return target_->SetSystemTime(s); }
+  uint32_t Random32() override { return target_->Random32(); }
+  void NewUuid(unsigned char out[16]) override { target_->NewUuid(out); }
+  int GetAdapters(std::vector<AdapterAddress>* out) override { return target_->GetAdapters(out); }
+  std::string ZoneInfoRoot() override { return target_->ZoneInfoRoot(); }
+  std::string LocalTimePath() override { return target_->LocalTimePath(); }
+  std::string OsReleasePath() override { return target_->OsReleasePath(); }
+
+ private:
+  Env* target_;
+};
+
+}  // namespace OxBase
+
+#endif  // OXCFG_PLATFORM_ENV_H

@@ -1,0 +1,8 @@
+#include <oxconfigmgr/OxSecurityStatus.h>
+
+namespace OxBase {
+
+CSecurityStatus::CSecurityStatus() = default;
+CSecurityStatus::~CSecurityStatus() = default;
+
+}  // namespace OxBase

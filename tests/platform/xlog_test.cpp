@@ -1,0 +1,49 @@
+#include "platform/xlog.h"
+
+#include <unistd.h>
+
+#include <string>
+
+#include "support/test_support.h"
+
+namespace {
+
+class XlogTest : public oxtest::WorkDirTest {};
+
+TEST_F(XlogTest, FormatsFunctionAndLineAndReachesTheSink) {
+  oxtest::LogCapture log;
+  xlog_format(5, "OXW", "[%s(%d)] [sql=%s]execute failed.", "dbExecute", 42, "select 1");
+  xlog_format(5, "DRVNET", "[%s(%d)] WebSessionID ModifyData failed", "loadFile", 7);
+  auto e = log.entries();
+  ASSERT_EQ(e.size(), 2u);
+  EXPECT_EQ(e[0].text, "[dbExecute(42)] [sql=select 1]execute failed.");
+  EXPECT_EQ(e[0].level, 5);
+  EXPECT_TRUE(log.has(5, "WebSessionID ModifyData failed", "DRVNET"));
+  // Over-long messages are cut, not overrun.
+  xlog_format(3, "OXW", "[%s(%d)] %s", "f", 1, std::string(10000, 'a').c_str());
+  EXPECT_LT(log.entries().back().text.size(), 5000u);
+}
+
+TEST_F(XlogTest, FollowsThePropertiesFileOfTheWorkingDirectory) {
+  oxtest::writeFile(path("log4cxx.properties"),
+                    "log4j.rootLogger=INFO, file\n"
+                    "log4j.appender.file=org.apache.log4j.FileAppender\n"
+                    "log4j.appender.file.File=" + path("out.log") + "\n"
+                    "log4j.appender.file.ImmediateFlush=true\n"
+                    "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
+                    "log4j.appender.file.layout.ConversionPattern=%p %c %m%n\n");
+  xlog_configure_from_cwd();
+  xlog_format(3, "OXW", "[%s(%d)] first", "f", 1);
+  xlog_format(2, "OXW", "[%s(%d)] below the level", "f", 2);
+  EXPECT_EQ(oxtest::readFile(path("out.log")), "INFO OXW [f(1)] first\n");
+
+  // The library rewrote the root level to OFF: nothing more is written.
+  std::string props = oxtest::readFile(path("log4cxx.properties"));
+  props.replace(props.find("INFO"), 4, "OFF");
+  oxtest::writeFile(path("log4cxx.properties"), props);
+  xlog_reload(path("log4cxx.properties"));
+  xlog_format(5, "OXW", "[%s(%d)] silenced", "f", 3);
+  EXPECT_EQ(oxtest::readFile(path("out.log")), "INFO OXW [f(1)] first\n");
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include "support/test_support.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace oxtest {
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+void writeFile(const std::string& path, const std::string& content) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << content;
+}
+
+bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
+
+mode_t fileMode(const std::string& path) {
+  struct stat st;
+  return ::stat(path.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0;
+}
+
+std::vector<std::string> listDir(const std::string& dir) {
+  std::vector<std::string> names;
+  DIR* d = ::opendir(dir.c_str());
+  if (!d) return names;
+  while (dirent* e = ::readdir(d)) {
+    std::string n = e->d_name;
+    if (n != "." && n != "..") names.push_back(n);
+  }
+  ::closedir(d);
+  return names;
+}
+
+void copyFactory(const std::string& dir) {
+  const std::string factory = OXCFG_FACTORY_DIR;
+  for (const auto& name : listDir(factory)) {
+    if (name == "README.md") continue;
+    writeFile(dir + "/" + name, readFile(factory + "/" + name));
+  }
+}
+
+void LogCapture::Log(int level, const char* module, const std::string& text) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  entries_.push_back({level, module ? module : "", text});
+}
+
+std::vector<LogCapture::Entry> LogCapture::entries() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return entries_;
+}
+
+std::string LogCapture::body(const std::string& text) {
+  if (text.empty() || text[0] != '[') return text;
+  size_t close = text.find(")] ");
+  if (close == std::string::npos) return text;
+  return text.substr(close + 3);
+}
+
+bool LogCapture::has(int level, const std::string& text, const std::string& module) const {
+  for (const auto& e : entries()) {
+    if (e.level == level && e.module == module && body(e.text) == text) return true;
+  }
+  return false;
+}
+
+bool LogCapture::contains(const std::string& part) const {
+  for (const auto& e : entries()) {
+    if (e.text.find(part) != std::string::npos) return true;
+  }
+  return false;
+}
+
+void WorkDirTest::SetUp() {
+  char cwd[4096];
+  ASSERT_NE(::getcwd(cwd, sizeof cwd), nullptr);
+  oldCwd_ = cwd;
+  const char* tmp = std::getenv("TMPDIR");
+  std::string tmpl = std::string(tmp && *tmp ? tmp : "/tmp") + "/oxcfg-test-XXXXXX";
+  std::vector<char> buf(tmpl.begin(), tmpl.end());
+  buf.push_back('\0');
+  ASSERT_NE(::mkdtemp(buf.data()), nullptr);
+  dir_ = buf.data();
+  ASSERT_EQ(::chdir(dir_.c_str()), 0);
+}
+
+static void removeTree(const std::string& path) {
+  struct stat st;
+  if (::lstat(path.c_str(), &st) != 0) return;
+  if (S_ISDIR(st.st_mode)) {
+    ::chmod(path.c_str(), 0755);
+    for (const auto& n : listDir(path)) removeTree(path + "/" + n);
+    ::rmdir(path.c_str());
+  } else {
+    ::unlink(path.c_str());
+  }
+}
+
+void WorkDirTest::TearDown() {
+  OxBase::Env::Install(nullptr);
+  if (!oldCwd_.empty()) (void)::chdir(oldCwd_.c_str());
+  if (!dir_.empty()) removeTree(dir_);
+}
+
+bool FaultEnv::fails(Op op) {
+  if (op_ != op) return false;
+  errno = errno_;
+  return true;
+}
+
+int FaultEnv::Open(const std::string& p, int f, mode_t m) {
+  return fails(kOpen) ? -1 : EnvWrapper::Open(p, f, m);
+}
+ssize_t FaultEnv::Write(int fd, const void* d, size_t n) {
+  return fails(kWrite) ? -1 : EnvWrapper::Write(fd, d, n);
+}
+int FaultEnv::Fsync(int fd) { return fails(kFsync) ? -1 : EnvWrapper::Fsync(fd); }
+int FaultEnv::Close(int fd) {
+  if (op_ == kClose) {
+    EnvWrapper::Close(fd);
+    errno = errno_;
+    return -1;
+  }
+  return EnvWrapper::Close(fd);
+}
+int FaultEnv::Rename(const std::string& a, const std::string& b) {
+  return fails(kRename) ? -1 : EnvWrapper::Rename(a, b);
+}
+int FaultEnv::SyncDir(const std::string& d) { return fails(kSyncDir) ? -1 : EnvWrapper::SyncDir(d); }
+
+}  // namespace oxtest

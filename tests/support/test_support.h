@@ -1,0 +1,96 @@
+// Shared test fixtures: a fresh working directory per test, log capture and
+// fault-injecting environments.
+#ifndef OXCFG_TESTS_SUPPORT_TEST_SUPPORT_H
+#define OXCFG_TESTS_SUPPORT_TEST_SUPPORT_H
+
+#include <gtest/gtest.h>
+#include <sys/types.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "platform/env.h"
+#include "platform/xlog.h"
+
+namespace oxtest {
+
+std::string readFile(const std::string& path);
+void writeFile(const std::string& path, const std::string& content);
+bool fileExists(const std::string& path);
+mode_t fileMode(const std::string& path);
+// Names in `dir` (no "." and "..").
+std::vector<std::string> listDir(const std::string& dir);
+// Copies the factory defaults (all files but README.md) into `dir`.
+void copyFactory(const std::string& dir);
+
+// Captures every message of the library while alive.
+class LogCapture : public OxBase::LogSink {
+ public:
+  struct Entry {
+    int level;
+    std::string module;
+    std::string text;
+  };
+  LogCapture() { OxBase::SetLogSink(this); }
+  ~LogCapture() override { OxBase::SetLogSink(nullptr); }
+  void Log(int level, const char* module, const std::string& text) override;
+
+  std::vector<Entry> entries() const;
+  // True when a message at `level` from `module` has exactly `text` once the
+  // "[function(line)] " prefix is removed.
+  bool has(int level, const std::string& text, const std::string& module = "OXW") const;
+  // True when any message contains `part`.
+  bool contains(const std::string& part) const;
+  // The text without its "[function(line)] " prefix.
+  static std::string body(const std::string& text);
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<Entry> entries_;
+};
+
+// A test in a fresh temporary working directory, removed afterwards.
+class WorkDirTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+  std::string path(const std::string& name) const { return dir_ + "/" + name; }
+  const std::string& dir() const { return dir_; }
+
+  std::string dir_;
+  std::string oldCwd_;
+};
+
+// Fails chosen file operations with a chosen errno; everything else is real.
+class FaultEnv : public OxBase::EnvWrapper {
+ public:
+  enum Op { kNone, kOpen, kWrite, kFsync, kClose, kRename, kSyncDir };
+  FaultEnv() : EnvWrapper(OxBase::Env::Default()) {}
+  void failOn(Op op, int err) {
+    op_ = op;
+    errno_ = err;
+  }
+  int Open(const std::string& p, int f, mode_t m) override;
+  ssize_t Write(int fd, const void* d, size_t n) override;
+  int Fsync(int fd) override;
+  int Close(int fd) override;
+  int Rename(const std::string& a, const std::string& b) override;
+  int SyncDir(const std::string& d) override;
+
+ private:
+  bool fails(Op op);
+  Op op_ = kNone;
+  int errno_ = 0;
+};
+
+// Installs an Env for the scope.
+class ScopedEnv {
+ public:
+  explicit ScopedEnv(OxBase::Env* env) { OxBase::Env::Install(env); }
+  ~ScopedEnv() { OxBase::Env::Install(nullptr); }
+};
+
+}  // namespace oxtest
+
+#endif  // OXCFG_TESTS_SUPPORT_TEST_SUPPORT_H
