@@ -2,7 +2,7 @@
 # Runs every fuzz target of a fuzz build for a bounded time, each on its own
 # corpus (fuzz/corpus/<target>, seeded from the factory files).
 set -euo pipefail
-build=${1:?build dir}
+build=$(cd "${1:?build dir}" && pwd)
 seconds=${2:-60}
 root=$(cd "$(dirname "$0")/.." && pwd)
 status=0
