@@ -15,7 +15,9 @@
 #include <oxconfigmgr/OxExport.h>
 #include <oxconfigmgr/OxLogLevel.h>
 #include <oxconfigmgr/OxMutex.h>
+#include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSecurityStatus.h>
+#include <oxconfigmgr/OxWbAes.h>
 
 #include <memory>
 #include <string>

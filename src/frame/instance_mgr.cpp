@@ -1,5 +1,7 @@
 #include "frame/instance_mgr.h"
 
+#include <oxconfigmgr/OxPrivateCfg.h>
+
 #include <exception>
 
 #include "platform/osl.h"
@@ -53,6 +55,10 @@ int CInstanceMgr::start() {
 
 int CInstanceMgr::runSteps() {
   // Each step is added here, in its place of the order, as its class lands.
+  if (!createAndLoad(m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); })) {
+    START_LOG("[%s(%d)] CPrivateCfg loadFile falied");
+    return 0;
+  }
   createOnly(m_securityStatus);
   return 1;
 }

@@ -98,6 +98,13 @@ std::string CXmlBase::ToString() const {
   return w.out;
 }
 
+std::string CXmlBase::GetElemXml() const {
+  if (!impl_->cur) return std::string();
+  StringWriter w;
+  impl_->cur.print(w, "\t", pugi::format_default, pugi::encoding_utf8);
+  return w.out;
+}
+
 int CXmlBase::WriteToFile(const char* path, FileMode mode) const {
   if (!path) return 0;
   std::string text = ToString();

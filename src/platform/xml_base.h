@@ -66,6 +66,8 @@ class CXmlBase {
   }
   // The document as text, as WriteToFile would write it.
   std::string ToString() const;
+  // The current element and its subtree as text; "" when there is none.
+  std::string GetElemXml() const;
 
   // Level: the top level; current: the root element. False without a root.
   bool SetRoot();
