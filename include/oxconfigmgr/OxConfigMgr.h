@@ -16,6 +16,9 @@
 #include <oxconfigmgr/OxLogLevel.h>
 #include <oxconfigmgr/OxMutex.h>
 #include <oxconfigmgr/OxSecurityStatus.h>
+#include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxSwitchCfg.h>
+#include <oxconfigmgr/OxAlarmMonitorCfg.h>
 
 #include <memory>
 #include <string>
