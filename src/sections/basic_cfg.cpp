@@ -8,11 +8,11 @@
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "frame/osl_guard.h"
+#include "platform/crypto_util.h"
 #include "platform/env.h"
 #include "platform/file_util.h"
 #include "platform/hex.h"
 #include "platform/osl.h"
-#include "platform/sha256.h"
 #include "platform/xlog.h"
 
 namespace OxConfigMgr {

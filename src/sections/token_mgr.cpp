@@ -2,16 +2,15 @@
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxConfigMgr.h>
-#include <openssl/crypto.h>
 
 #include <atomic>
 #include <cstdio>
 #include <cstring>
 
 #include "frame/osl_guard.h"
+#include "platform/crypto_util.h"
 #include "platform/hex.h"
 #include "platform/osl.h"
-#include "platform/sha256.h"
 
 namespace OxConfigMgr {
 
@@ -60,7 +59,7 @@ std::string CTokenMgr::updateToken() {
 bool CTokenMgr::checkToken(const std::string& token) {
   OSL_Guard guard(&m_mutex);
   return !m_token.empty() && token.size() == m_token.size() &&
-         CRYPTO_memcmp(token.data(), m_token.data(), token.size()) == 0;
+         OxBase::ConstantTimeEquals(token.data(), m_token.data(), token.size());
 }
 
 }  // namespace OxConfigMgr

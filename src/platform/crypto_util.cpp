@@ -1,5 +1,6 @@
-#include "platform/sha256.h"
+#include "platform/crypto_util.h"
 
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 
 #include <cstring>
@@ -17,6 +18,12 @@ bool Sha256(const void* data, size_t len, unsigned char out[kSha256Bytes]) {
   }
   std::memcpy(out, digest, kSha256Bytes);
   return true;
+}
+
+bool ConstantTimeEquals(const void* a, const void* b, size_t len) {
+  if (len == 0) return true;
+  if (!a || !b) return false;
+  return CRYPTO_memcmp(a, b, len) == 0;
 }
 
 }  // namespace OxBase
