@@ -49,9 +49,12 @@ int usageError(const std::string& message) {
 
 // "on" or "off".
 bool parseOnOff(const std::string& text, int* value) {
-  if (text == "on") *value = 1;
-  else if (text == "off") *value = 0;
-  else return false;
+  if (text == "on")
+    *value = 1;
+  else if (text == "off")
+    *value = 0;
+  else
+    return false;
   return true;
 }
 
@@ -146,7 +149,7 @@ RegisterCommand g_setProductName(
      [](const std::vector<std::string>& args) {
        if (args.size() != 1) return usageError("set product-name takes one NAME");
        int rc = OX_ConfigMgr_GetBasicCfg()->setProductName(args[0].c_str());
-       const char* meaning = rc == 1    ? "name of 33 or more characters, or Name could not be changed"
+       const char* meaning = rc == 1 ? "name of 33 or more characters, or Name could not be changed"
                              : rc == 2  ? kNotRead
                              : rc == 3  ? kNotWritten
                              : rc == 14 ? "Config.xml lacks Config/BasicInfo/Name"
@@ -173,10 +176,9 @@ RegisterCommand g_setEventSub(switchCommand("eventsub", "switch event subscripti
 RegisterCommand g_setMetadata(switchCommand("metadata", "switch metadata forwarding", [](int v) {
   return OX_ConfigMgr_GetMetadataConfig()->updateCfg(v);
 }));
-RegisterCommand g_setWispListen(switchCommand("wisplisten", "switch listening on the Wisp protocol",
-                                              [](int v) {
-                                                return OX_ConfigMgr_GetWispListenCfg()->updateCfg(v);
-                                              }));
+RegisterCommand g_setWispListen(
+    switchCommand("wisplisten", "switch listening on the Wisp protocol",
+                  [](int v) { return OX_ConfigMgr_GetWispListenCfg()->updateCfg(v); }));
 
 RegisterCommand g_setQapi({"set qapi", "on|off", "switch the QAPI device interface",
                            [](const std::vector<std::string>& args) {
@@ -187,9 +189,10 @@ RegisterCommand g_setQapi({"set qapi", "on|off", "switch the QAPI device interfa
                              int rc = OX_ConfigMgr_GetQAPICfg()->setQAPIParam(value);
                              return reportResult(
                                  "set qapi", rc,
-                                 rc == 3 ? "QAPIConfig.xml could not be read, lacks Enable or could "
-                                           "not be written"
-                                         : "");
+                                 rc == 3
+                                     ? "QAPIConfig.xml could not be read, lacks Enable or could "
+                                       "not be written"
+                                     : "");
                            }});
 
 RegisterCommand g_setHttpHost(

@@ -98,10 +98,10 @@ class OXCFG_API CQAPICfg {
 
 // The host that receives HTTP notifications. Copied whole.
 struct tagHttpHostInfo {
-  int enable;         // 0 or 1
-  int port;           // 0 to 65535
-  char ip[17];        // IPv4 text, at most 15 characters
-  char url[2307];     // at most 2048 characters
+  int enable;      // 0 or 1
+  int port;        // 0 to 65535
+  char ip[17];     // IPv4 text, at most 15 characters
+  char url[2307];  // at most 2048 characters
   tagHttpHostInfo() : enable(0), port(0), ip(), url() {}
 };
 

@@ -5,7 +5,8 @@
 namespace OxConfigMgr {
 
 namespace {
-const sections::SwitchSection kSection = {"EventSubCfg", 1, "[%s(%d)] EventSubCfg element not found"};
+const sections::SwitchSection kSection = {"EventSubCfg", 1,
+                                          "[%s(%d)] EventSubCfg element not found"};
 }  // namespace
 
 CEventSubCfg::CEventSubCfg() : m_enable(0) {}

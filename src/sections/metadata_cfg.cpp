@@ -5,7 +5,8 @@
 namespace OxConfigMgr {
 
 namespace {
-const sections::SwitchSection kSection = {"MetadataCfg", 0, "[%s(%d)] MetadataCfg element not found"};
+const sections::SwitchSection kSection = {"MetadataCfg", 0,
+                                          "[%s(%d)] MetadataCfg element not found"};
 }  // namespace
 
 CMetadataCfg::CMetadataCfg() : m_enable(0) {}
