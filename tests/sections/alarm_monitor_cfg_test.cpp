@@ -61,7 +61,7 @@ TEST_F(AlarmMonitorCfgTest, HandEditedFiles) {
     uint32_t expected;
   } cases[] = {{"1", 1}, {"true", 0}, {" 1", 0}, {"01", 0}, {"2", 0}, {"", 0}};
   for (const auto& c : cases) {
-    oxtest::copyFactory(dir());
+    resetToFactory();
     replaceSection("AlarmMonitor", std::string("<AlarmMonitor><token>") + std::string(100, 't') +
                                        "</token><Enable>" + c.enable + "</Enable></AlarmMonitor>");
     const std::string before = config();
@@ -75,7 +75,7 @@ TEST_F(AlarmMonitorCfgTest, HandEditedFiles) {
 
 TEST_F(AlarmMonitorCfgTest, LoadFailures) {
   for (const char* name : {"Enable", "token"}) {
-    oxtest::copyFactory(dir());
+    resetToFactory();
     removeAt({"Config", "AlarmMonitor", name});
     CAlarmMonitorCfg cfg;
     EXPECT_EQ(cfg.loadFile(), 0) << name;
@@ -85,7 +85,7 @@ TEST_F(AlarmMonitorCfgTest, LoadFailures) {
   EXPECT_EQ(noSection.loadFile(), 0);
 
   // A new token that cannot be written fails the load.
-  oxtest::copyFactory(dir());
+  resetToFactory();
   env_.failOn(oxtest::FaultEnv::kRename, ENOSPC);
   CAlarmMonitorCfg unwritable;
   EXPECT_EQ(unwritable.loadFile(), 0);

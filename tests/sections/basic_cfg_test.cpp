@@ -54,7 +54,8 @@ TEST_F(BasicCfgTest, HandEditedFileWithOtherOrderAndLongTexts) {
   replaceSection("BasicInfo",
                  "<BasicInfo><WebSessionID>0123456789abcdef</WebSessionID>"
                  "<SoftwareVersion>V1.5</SoftwareVersion><Model>ZX-AG2010/V</Model>"
-                 "<Name>" + std::string(40, 'n') + "</Name><ProductForm>abc</ProductForm></BasicInfo>");
+                 "<Name>" +
+                     std::string(40, 'n') + "</Name><ProductForm>abc</ProductForm></BasicInfo>");
   const std::string before = config();
   CBasicCfg cfg;
   ASSERT_EQ(cfg.loadFile(), 1);
@@ -67,12 +68,12 @@ TEST_F(BasicCfgTest, HandEditedFileWithOtherOrderAndLongTexts) {
 
 TEST_F(BasicCfgTest, EveryElementIsRequired) {
   for (const char* name : {"ProductForm", "Name", "Model", "SoftwareVersion", "WebSessionID"}) {
-    oxtest::copyFactory(dir());
+    resetToFactory();
     removeAt({"Config", "BasicInfo", name});
     CBasicCfg cfg;
     EXPECT_EQ(cfg.loadFile(), 0) << name;
   }
-  oxtest::copyFactory(dir());
+  resetToFactory();
   removeAt({"Config", "BasicInfo"});
   CBasicCfg noSection;
   EXPECT_EQ(noSection.loadFile(), 0);
@@ -157,7 +158,8 @@ class OsReleaseTest : public oxtest::SectionsTest {
 };
 
 TEST_F(OsReleaseTest, OnlyQuotedValuesCount) {
-  EXPECT_EQ(prettyName("PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"), "Debian GNU/Linux 12 (bookworm)");
+  EXPECT_EQ(prettyName("PRETTY_NAME=\"Debian GNU/Linux 12 (bookworm)\"\n"),
+            "Debian GNU/Linux 12 (bookworm)");
   EXPECT_EQ(prettyName("PRETTY_NAME=Unquoted\n"), "<none>");
   // A later line wins; unquoted, empty and key-less lines are skipped.
   EXPECT_EQ(prettyName("PRETTY_NAME=\"first\"\nPRETTY_NAME=\"second\"\n"), "second");

@@ -50,9 +50,11 @@ TEST_F(CliSectionsTest, ShowAndSetReportTheLibraryResult) {
   expectContains(r, "failed (result 1: bad argument");
   r = oxcfg({"set", "httphost", "--ip", std::string(40, '1')});
   EXPECT_EQ(r.exitCode, 1);
-  r = oxcfg({"set", "httphost", "--ip", "10.0.0.9", "--port", "9090", "--url", "/hook", "--enable", "1"});
+  r = oxcfg(
+      {"set", "httphost", "--ip", "10.0.0.9", "--port", "9090", "--url", "/hook", "--enable", "1"});
   EXPECT_EQ(r.exitCode, 0);
-  EXPECT_EQ(textAt({"Config", "HttpHostNotificationList", "HttpHostNotification", "IP"}), "10.0.0.9");
+  EXPECT_EQ(textAt({"Config", "HttpHostNotificationList", "HttpHostNotification", "IP"}),
+            "10.0.0.9");
 
   r = oxcfg({"set", "devicemgmt", "V"});
   EXPECT_EQ(r.exitCode, 1);
@@ -86,7 +88,8 @@ TEST_F(CliSectionsTest, ShowAndSetReportTheLibraryResult) {
   EXPECT_EQ(oxcfg({"set", "eventsub", "yes"}).exitCode, 2);
   EXPECT_EQ(oxcfg({"set", "httphost", "--port", "eighty"}).exitCode, 2);
   EXPECT_EQ(oxcfg({"set", "alarmmonitor", "--token", "x"}).exitCode, 2);
-  EXPECT_EQ(oxcfg({"set", "alarmmonitor", "--enable", "1", "--token", std::string(65, 't')}).exitCode, 2);
+  EXPECT_EQ(
+      oxcfg({"set", "alarmmonitor", "--enable", "1", "--token", std::string(65, 't')}).exitCode, 2);
   EXPECT_EQ(config(), before);
 }
 

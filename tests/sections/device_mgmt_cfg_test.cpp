@@ -38,7 +38,7 @@ TEST_F(DeviceMgmtCfgTest, FileTextsMapToKinds) {
 
 TEST_F(DeviceMgmtCfgTest, AnythingElseIsRewrittenAsAccessControl) {
   for (const char* text : {"X", "v", "ac", "encodingDev", ""}) {
-    oxtest::copyFactory(dir());
+    resetToFactory();
     setAt({"Config", "DeviceMgmt", "Checked"}, text);
     CDeviceMgmtCfg cfg;
     ASSERT_EQ(cfg.loadFile(), 1) << text;
@@ -46,7 +46,7 @@ TEST_F(DeviceMgmtCfgTest, AnythingElseIsRewrittenAsAccessControl) {
     EXPECT_EQ(checked(), "AC") << text;
   }
   // A missing element or section is written with the default.
-  oxtest::copyFactory(dir());
+  resetToFactory();
   removeAt({"Config", "DeviceMgmt", "Checked"});
   CDeviceMgmtCfg noElement;
   ASSERT_EQ(noElement.loadFile(), 1);

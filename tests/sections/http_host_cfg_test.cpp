@@ -14,7 +14,8 @@ namespace {
 
 class HttpHostCfgTest : public oxtest::SectionsTest {
  protected:
-  static tagHttpHostInfo info(const std::string& ip, int port, const std::string& url, int enable = 1) {
+  static tagHttpHostInfo info(const std::string& ip, int port, const std::string& url,
+                              int enable = 1) {
     tagHttpHostInfo i;
     i.enable = enable;
     i.port = port;
@@ -49,7 +50,8 @@ TEST_F(HttpHostCfgTest, FactoryFileLoads) {
 
 TEST_F(HttpHostCfgTest, HandEditedFiles) {
   // Other order, non-numeric port, any non-zero enable, over-long texts cut.
-  writeHost("<url>" + std::string(3000, 'u') + "</url><Port>abc</Port><IP>1234567890123456789</IP>"
+  writeHost("<url>" + std::string(3000, 'u') +
+            "</url><Port>abc</Port><IP>1234567890123456789</IP>"
             "<Enable>3</Enable>");
   CHttpHostCfg cfg;
   ASSERT_EQ(cfg.loadFile(), 1);

@@ -144,7 +144,7 @@ TEST_F(QAPICfgTest, BackupStaysWhenTheCarryOverCannotComplete) {
   EXPECT_TRUE(oxtest::fileExists(path("QAPIConfig_Backup.xml")));
 
   // The backup cannot be read.
-  oxtest::copyFactory(dir());
+  resetToFactory();
   oxtest::writeFile(path("QAPIConfig_Backup.xml"), "garbage");
   CQAPICfg badBackup;
   ASSERT_EQ(badBackup.loadFile(), 1);

@@ -4,6 +4,8 @@
 #ifndef OXCFG_TESTS_SECTIONS_SECTIONS_FIXTURE_H
 #define OXCFG_TESTS_SECTIONS_SECTIONS_FIXTURE_H
 
+#include <unistd.h>
+
 #include <initializer_list>
 #include <string>
 
@@ -37,18 +39,28 @@ class SectionsTest : public WorkDirTest {
 
   void SetUp() override {
     WorkDirTest::SetUp();
-    copyFactory(dir());
+    resetToFactory();
     env_.osReleasePath = path("os-release");
-    writeFile(env_.osReleasePath, std::string("NAME=\"Test Linux\"\nPRETTY_NAME=\"") + kPrettyName +
-                                      "\"\nID=test\n");
+    writeFile(env_.osReleasePath,
+              std::string("NAME=\"Test Linux\"\nPRETTY_NAME=\"") + kPrettyName + "\"\nID=test\n");
     OxBase::Env::Install(&env_);
+  }
+
+  // Lays out the factory files again. Without a properties file the library
+  // configures no log4cxx appender (messages still reach LogCapture): the
+  // rolling appender of the factory file trips AddressSanitizer inside
+  // log4cxx 1.0 at process exit.
+  void resetToFactory() {
+    copyFactory(dir());
+    ::unlink(path("log4cxx.properties").c_str());
   }
 
   std::string config() const { return readFile(path("Config.xml")); }
 
   // Text of the element at `walk` (from "Config" down) in `file`, or
   // "<missing>".
-  std::string textAt(std::initializer_list<const char*> walk, const std::string& file = "Config.xml") {
+  std::string textAt(std::initializer_list<const char*> walk,
+                     const std::string& file = "Config.xml") {
     OxBase::CXmlBase xml;
     if (xml.LoadFile(path(file)) != 1) return "<unreadable>";
     if (!OxConfigMgr::xmlWalk(xml, walk)) return "<missing>";

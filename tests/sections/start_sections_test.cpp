@@ -79,14 +79,14 @@ TEST_F(StartSectionsTest, EachFailingSectionStopsTheStartWithItsMessage) {
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.message);
-    oxtest::copyFactory(dir());
+    resetToFactory();
     (this->*c.breakIt)();
     oxtest::LogCapture log;
     // Objects loaded by an earlier round stay; the failing one is retried.
     EXPECT_EQ(OX_ConfigMgr_Start(), 0);
     EXPECT_TRUE(log.has(5, c.message));
   }
-  oxtest::copyFactory(dir());
+  resetToFactory();
   EXPECT_EQ(OX_ConfigMgr_Start(), 1);
 }
 

@@ -110,7 +110,7 @@ TYPED_TEST(SwitchCfgTest, HandEditedTexts) {
       {"", 0},                  // empty section
   };
   for (const auto& c : cases) {
-    oxtest::copyFactory(this->dir());
+    this->resetToFactory();
     this->replaceSection(TypeParam::kSection, std::string("<") + TypeParam::kSection + ">" +
                                                   c.section + "</" + TypeParam::kSection + ">");
     const std::string before = this->config();
@@ -230,7 +230,8 @@ TEST_F(SwitchConcurrencyTest, ThreadsChangingDifferentSwitchesAllPersist) {
   EXPECT_EQ(textAt({"Config", "DeviceMgmt", "Checked"}), "V");
   EXPECT_EQ(textAt({"Config", "HttpHostNotificationList", "HttpHostNotification", "Port"}),
             std::to_string(9000 + kRounds - 1));
-  EXPECT_EQ(textAt({"Config", "QAPIConfig", "Enable"}, "QAPIConfig.xml"), std::to_string(kRounds - 1));
+  EXPECT_EQ(textAt({"Config", "QAPIConfig", "Enable"}, "QAPIConfig.xml"),
+            std::to_string(kRounds - 1));
   int v = -1;
   eventSub.getSubCfg(v);
   EXPECT_EQ(v, 0);
