@@ -18,6 +18,9 @@
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSecurityStatus.h>
 #include <oxconfigmgr/OxWbAes.h>
+#include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxSwitchCfg.h>
+#include <oxconfigmgr/OxAlarmMonitorCfg.h>
 
 #include <memory>
 #include <string>

@@ -1,11 +1,15 @@
 #include "frame/instance_mgr.h"
 
+#include <oxconfigmgr/OxAlarmMonitorCfg.h>
+#include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 
 #include <exception>
 
 #include "platform/osl.h"
 #include "platform/xlog.h"
+#include "sections/token_mgr.h"
 
 namespace OxConfigMgr {
 
@@ -54,12 +58,76 @@ int CInstanceMgr::start() {
 }
 
 int CInstanceMgr::runSteps() {
-  // Each step is added here, in its place of the order, as its class lands.
+  // Step 2: private configuration, which holds the database key.
   if (!createAndLoad(m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); })) {
     START_LOG("[%s(%d)] CPrivateCfg loadFile falied");
     return 0;
   }
+
+  // Steps 3 and 4 (databases).
+
+  // Step 5: basic information.
+  if (!createAndLoad(m_basicCfg, [](CBasicCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CBasicCfg loadFile falied");
+    return 0;
+  }
+
+  // Steps 6 to 8 (maintenance, users, NAT gateway).
+
+  // Step 9: security status.
   createOnly(m_securityStatus);
+
+  // Steps 10 to 12 (network, certificates, time).
+
+  // Step 13: QAPI switches.
+  if (!createAndLoad(m_qapiCfg, [](CQAPICfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CQAPICfg loadFile falied");
+    return 0;
+  }
+
+  // Step 14: alarm monitor, then the token of its file is put in force. A
+  // restart does not touch it: the token in force changes only with a
+  // refresh.
+  const bool alarmMonitorIsNew = !m_alarmMonitorCfg;
+  if (!createAndLoad(m_alarmMonitorCfg, [](CAlarmMonitorCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CAlarmMonitorCfg loadFile falied");
+    return 0;
+  }
+  if (alarmMonitorIsNew) CSingleton<CTokenMgr>::Instance()->setToken();
+
+  // Step 15: HTTP host notification.
+  if (!createAndLoad(m_httpHostCfg, [](CHttpHostCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CHttpHostCfg loadFile falied");
+    return 0;
+  }
+
+  // Step 16: event subscription.
+  if (!createAndLoad(m_eventSubCfg, [](CEventSubCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CEventSubCfg loadFile falied");
+    return 0;
+  }
+
+  // Step 17: Wisp listening.
+  if (!createAndLoad(m_wispListenCfg, [](CWispListenCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CWispListenCfg loadFile falied");
+    return 0;
+  }
+
+  // Step 18 (import and export).
+
+  // Step 19: device management.
+  if (!createAndLoad(m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CDeviceMgmtCfg loadFile falied");
+    return 0;
+  }
+
+  // Step 20 (storage).
+
+  // Step 21: metadata.
+  if (!createAndLoad(m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; })) {
+    START_LOG("[%s(%d)] CMetadataCfg loadFile falied");
+    return 0;
+  }
   return 1;
 }
 

@@ -1,0 +1,94 @@
+#include <oxconfigmgr/OxSwitchCfg.h>
+
+#include <string>
+
+#include "frame/config_store.h"
+#include "frame/config_txn.h"
+#include "frame/osl_guard.h"
+#include "platform/osl.h"
+
+namespace OxConfigMgr {
+
+namespace {
+
+// The kind is kept as a number so that getChecked can read it while
+// updateChecked changes it.
+enum Kind { kNotLoaded = 0, kEncodingDev = 1, kAccessControl = 2 };
+
+const char kEncodingDevName[] = "encodingDev";
+const char kAccessControlName[] = "AccessControl";
+
+const char* kindName(int kind) {
+  switch (kind) {
+    case kEncodingDev:
+      return kEncodingDevName;
+    case kAccessControl:
+      return kAccessControlName;
+    default:
+      return "";
+  }
+}
+
+}  // namespace
+
+CDeviceMgmtCfg::CDeviceMgmtCfg() : m_kind(kNotLoaded) {}
+
+int CDeviceMgmtCfg::loadFile() try {
+  // An unknown kind is written back: hold the file from the read on.
+  ConfigFileTxn txn(getConfigFilePath());
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 0;
+  std::string checked;
+  if (xmlWalk(xml, {"Config", "DeviceMgmt"})) xmlChildText(xml, "Checked", &checked);
+  if (checked == "V") {
+    m_kind.store(kEncodingDev);
+  } else if (checked == "AC") {
+    m_kind.store(kAccessControl);
+  } else {
+    return updateChecked(kAccessControlName) == 0 ? 1 : 0;
+  }
+  return 1;
+} catch (...) {
+  return 0;
+}
+
+int CDeviceMgmtCfg::getChecked(std::string& out) const try {
+  out = kindName(m_kind.load());
+  return 0;
+} catch (...) {
+  return 1;
+}
+
+int CDeviceMgmtCfg::updateChecked(const std::string& kindText) try {
+  static OSL_Mutex s_mutex;
+  OSL_Guard guard(&s_mutex);
+  int kind;
+  const char* text;
+  if (kindText == kEncodingDevName) {
+    kind = kEncodingDev;
+    text = "V";
+  } else if (kindText == kAccessControlName) {
+    kind = kAccessControl;
+    text = "AC";
+  } else {
+    return 1;
+  }
+
+  ConfigFileTxn txn(getConfigFilePath());
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 2;
+  if (xmlWalk(xml, {"Config", "DeviceMgmt"})) {
+    // A section without "Checked" gains it, so the kind in force is on disk.
+    if (!xmlSetChildText(xml, "Checked", text)) return 1;
+  } else {
+    if (!xmlWalk(xml, {"Config"})) return 1;
+    if (!xml.AddNode("DeviceMgmt") || !xml.AddNode("Checked", text)) return 1;
+  }
+  if (writeConfigFile(xml) != 1) return 3;
+  m_kind.store(kind);
+  return 0;
+} catch (...) {
+  return 2;
+}
+
+}  // namespace OxConfigMgr

@@ -1,0 +1,100 @@
+#include <oxconfigmgr/OxSwitchCfg.h>
+
+#include <cstring>
+#include <string>
+
+#include "frame/config_store.h"
+#include "frame/config_txn.h"
+#include "platform/osl.h"
+#include "platform/oxbase.h"
+#include "platform/xlog.h"
+
+namespace OxConfigMgr {
+
+namespace {
+
+int modeFromText(const char* text) {
+  if (std::strcmp(text, "user") == 0) return 1;
+  if (std::strcmp(text, "port") == 0) return 2;
+  if (std::strcmp(text, "all") == 0) return 3;
+  return 0;
+}
+
+}  // namespace
+
+CQAPICfg::CQAPICfg() : m_enable(0), m_mode(0) {}
+
+int CQAPICfg::loadFile() try {
+  copyBackupConfig();
+  OxBase::CXmlBase xml;
+  if (xml.LoadFile(getQAPIConfigFilePath()) != 1) {
+    OXLOG(5, "[%s(%d)] QAPIConfig.xml file is not exist");
+    return 0;
+  }
+  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
+  if (!xml.FindElem("QAPIConfig") || !xml.IntoElem()) return 0;
+  if (!xml.FindElem("Enable")) return 0;
+  m_enable.store(OSL_Atoi32(xml.GetData()));
+  if (!xml.FindElem("Mode")) return 0;
+  m_mode.store(modeFromText(xml.GetData()));
+  xml.OutOfElem();
+  xml.OutOfElem();
+  return 1;
+} catch (...) {
+  return 0;
+}
+
+int CQAPICfg::getQAPIParam() const { return m_enable.load(); }
+
+int CQAPICfg::getQAPIMode() const { return m_mode.load(); }
+
+int CQAPICfg::setQAPIParam(int value) try {
+  // Held across the write and the store, so memory follows the file's order
+  // of changes.
+  ConfigFileTxn txn(getQAPIConfigFilePath());
+  if (setFile(value) == 0) {
+    OXLOG(5, "[%s(%d)] set QAPIConfig.xml failed.");
+    return 3;
+  }
+  m_enable.store(value);
+  return 0;
+} catch (...) {
+  return 3;
+}
+
+int CQAPICfg::setFile(int value) try {
+  const std::string path = getQAPIConfigFilePath();
+  ConfigFileTxn txn(path);
+  OxBase::CXmlBase xml;
+  if (xml.LoadFile(path) != 1) {
+    OXLOG(5, "[%s(%d)] QAPIConfig.xml file is not exist");
+    return 0;
+  }
+  if (!xmlWalk(xml, {"Config", "QAPIConfig", "Enable"})) return 0;
+  char text[34];
+  if (xml.ModifyData("Enable", OSL_Itoa(value, text, 10)) != 1) return 0;
+  xml.OutOfElem();
+  xml.OutOfElem();
+  return xml.WriteToFile(path) == 1 ? 1 : 0;
+} catch (...) {
+  return 0;
+}
+
+void CQAPICfg::copyBackupConfig() try {
+  const std::string backupPath = OX_BASE_GetCurDir() + "QAPIConfig_Backup.xml";
+  if (OSL_AccessFile(backupPath.c_str(), 0) != 0) return;
+  const std::string path = getQAPIConfigFilePath();
+  ConfigFileTxn txn(path);
+  OxBase::CXmlBase backup, current;
+  if (backup.LoadFile(backupPath) != 1 || current.LoadFile(path) != 1) return;
+  current.SetRoot();
+  backup.SetRoot();
+  copyXMLRecursive(current, backup, nullptr);
+  // The backup is the only copy of the old values until the merge is on
+  // disk.
+  if (current.WriteToFile(path) != 1) return;
+  OSL_DeleteFile(backupPath.c_str());
+} catch (...) {
+}
+
+}  // namespace OxConfigMgr
