@@ -1,5 +1,8 @@
 #include "frame/instance_mgr.h"
 
+#include <oxconfigmgr/OxNATGateway.h>
+#include <oxconfigmgr/OxNetworkCfg.h>
+
 #include <exception>
 
 #include "platform/osl.h"
@@ -53,7 +56,19 @@ int CInstanceMgr::start() {
 
 int CInstanceMgr::runSteps() {
   // Each step is added here, in its place of the order, as its class lands.
+
+  // 8. NAT gateway.
+  if (!createAndLoad(m_natGateway, [](CNATGateway& o) { return o.loadFile(); })) {
+    START_LOG("[%s(%d)] CNATGateway loadFile falied");
+    return 0;
+  }
+  // 9. Security status.
   createOnly(m_securityStatus);
+  // 10. Network (the message names loadFile although start() runs).
+  if (!createAndLoad(m_networkCfg, [](CNetworkCfg& o) { return o.start(); })) {
+    START_LOG("[%s(%d)] CNetworkCfg loadFile falied");
+    return 0;
+  }
   return 1;
 }
 
