@@ -12,7 +12,9 @@
 // missing element is not created: the file is rewritten unchanged and 0 is
 // returned. No method throws.
 //
-// Thread-safety: getters take no lock and may run at any time. Each setter
+// Thread-safety: getters may run at any time from any thread; port and
+// switch getters take no lock, address getters copy the table under a short
+// internal lock that is never held across file work. Each setter
 // is serialised with itself (a mutex of its own) and, around its file work,
 // with every other read-modify-write of "Config.xml"; two different setters
 // may run at once and both changes persist.
@@ -179,8 +181,8 @@ class OXCFG_API CNetworkCfg {
   // minutes (true when skipped). Carries outside addresses and protocols of
   // known addresses over, hands those of vanished addresses to entry 0, and
   // binds every protocol to entry 0 the first time. False when the adapters
-  // cannot be listed or carry no usable address (the table is kept). Not
-  // thread-safe with itself: callers serialise refreshes.
+  // cannot be listed or carry no usable address (the table is kept). Of
+  // concurrent calls one refreshes and the others return true at once.
   bool updateLocalIP();
   // 1 for a value that is not a single protocol (out untouched); else
   // refreshes and copies the first entry bound to `protocol`, or entry 0

@@ -63,8 +63,10 @@ void resetAdapterRefreshForTest() { g_lastAdapterRefresh.store(0); }
 bool CNetworkCfg::updateLocalIP() {
   try {
     const OSL_Time now = OSL_TimeNow();
-    if (now - g_lastAdapterRefresh.load() < kRefreshInterval) return true;
-    g_lastAdapterRefresh.store(now);
+    OSL_Time last = g_lastAdapterRefresh.load();
+    if (now - last < kRefreshInterval) return true;
+    // Of several lazy refreshes that start at once, one runs.
+    if (!g_lastAdapterRefresh.compare_exchange_strong(last, now)) return true;
 
     AdapterList adapters;
     if (OSL_GetAdapterInfo(&adapters.head) != 0) {

@@ -135,6 +135,8 @@ bool CNetworkCfg::loadFile() {
     if (enter(xml, "Config")) {
       if (enter(xml, "Network")) {
         if (xml.FindElem("AddrList")) {
+          // Every "Addr" child once, in document order, whatever else the
+          // list holds; the count is the number of entries read.
           size_t count = 0;
           if (xml.IntoElem()) {
             for (bool more = xml.FindElem("Addr"); more; more = xml.FindNextElem("Addr")) {

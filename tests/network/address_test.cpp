@@ -7,9 +7,11 @@
 
 #include <oxconfigmgr/OxNetworkCfg.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/oxbase.h"
@@ -373,6 +375,41 @@ TEST_F(AddressTest, TheRawAdapterListingIsUnsortedAndNotStored) {
   EXPECT_EQ(nettest::ip(raw[3]), "192.168.1.9");
   EXPECT_TRUE(log.has(3, "[No.=2,IPv4=10.0.0.5]GetLocalIP."));
   EXPECT_EQ(cfg_.getGatewayInterIP(), "");
+}
+
+TEST_F(AddressTest, QueriesRunWhileTheTableIsRefreshedAndChanged) {
+  writeConfig(nettest::factoryNetwork());
+  env_.setAdapters({adapter("eth0", {"10.0.0.1", "10.0.0.2"})});
+  ASSERT_TRUE(cfg_.start());
+  std::atomic<bool> stop{false};
+  std::thread refresher([&] {
+    for (int i = 0; i < 40; ++i) {
+      env_.setAdapters({adapter("eth0", {"10.0.0.1", i % 2 ? "10.0.0.3" : "10.0.0.2"})});
+      env_.advance(kInterval);
+      cfg_.setExtIPv4("10.0.0.1", "outside" + std::to_string(i));
+      cfg_.setProtocolBindIPv4(OxConfigMgr::PROTOCOL_QAPI, i % 2 ? "10.0.0.3" : "10.0.0.1");
+    }
+    stop = true;
+  });
+  std::vector<std::thread> readers;
+  for (int r = 0; r < 2; ++r) {
+    readers.emplace_back([&] {
+      while (!stop) {
+        _NIC_INFO_V4 e{};
+        EXPECT_EQ(cfg_.getIPv4ByProtocol(e, OxConfigMgr::PROTOCOL_SDK), 0);
+        EXPECT_EQ(nettest::ip(e), "10.0.0.1");
+        std::vector<_NIC_INFO_V4> all;
+        cfg_.getIPv4List(all);
+        EXPECT_EQ(all.size(), 2u);
+        EXPECT_EQ(cfg_.getGatewayInterIP(), "10.0.0.1");
+        const std::string outside = cfg_.getGatewayOuterIP();
+        EXPECT_TRUE(outside.empty() || outside.rfind("outside", 0) == 0) << outside;
+      }
+    });
+  }
+  refresher.join();
+  for (auto& t : readers) t.join();
+  EXPECT_EQ(cfg_.getGatewayOuterIP(), "outside39");
 }
 
 // The real adapter enumeration, in a private network namespace of a child
