@@ -47,6 +47,9 @@ class CStorageConfig;
 class CMetadataCfg;
 }  // namespace OxConfigMgr
 
+#include <oxconfigmgr/OxNATGateway.h>
+#include <oxconfigmgr/OxNetworkCfg.h>
+
 extern "C" {
 
 // Does nothing; returns 1. Thread-safe.

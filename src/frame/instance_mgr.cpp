@@ -2,8 +2,10 @@
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxBasicCfg.h>
-#include <oxconfigmgr/OxSwitchCfg.h>
+#include <oxconfigmgr/OxNATGateway.h>
+#include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
+#include <oxconfigmgr/OxSwitchCfg.h>
 
 #include <exception>
 
@@ -72,12 +74,24 @@ int CInstanceMgr::runSteps() {
     return 0;
   }
 
-  // Steps 6 to 8 (maintenance, users, NAT gateway).
+  // Steps 6 and 7 (maintenance, users).
+
+  // Step 8: NAT gateway.
+  if (!createAndLoad(m_natGateway, [](CNATGateway& o) { return o.loadFile(); })) {
+    START_LOG("[%s(%d)] CNATGateway loadFile falied");
+    return 0;
+  }
 
   // Step 9: security status.
   createOnly(m_securityStatus);
 
-  // Steps 10 to 12 (network, certificates, time).
+  // Step 10: network (the message names loadFile although start() runs).
+  if (!createAndLoad(m_networkCfg, [](CNetworkCfg& o) { return o.start(); })) {
+    START_LOG("[%s(%d)] CNetworkCfg loadFile falied");
+    return 0;
+  }
+
+  // Steps 11 and 12 (certificates, time).
 
   // Step 13: QAPI switches.
   if (!createAndLoad(m_qapiCfg, [](CQAPICfg& o) { return o.loadFile() == 1; })) {

@@ -95,6 +95,13 @@ TEST_F(StartSectionsTest, DeviceManagementThatCannotBeFixedStopsTheStart) {
   setAt({"Config", "BasicInfo", "WebSessionID"}, "0123456789");
   setAt({"Config", "AlarmMonitor", "token"}, std::string(64, 'a'));
   setAt({"Config", "DeviceMgmt", "Checked"}, "X");
+  // A first start stops at the QAPI step, after the steps that always write
+  // "Config.xml" (network) have loaded.
+  const std::string qapi = oxtest::readFile(path("QAPIConfig.xml"));
+  breakQapi();
+  EXPECT_EQ(OX_ConfigMgr_Start(), 0);
+  ASSERT_TRUE(OX_ConfigMgr_GetNetworkCfg());
+  oxtest::writeFile(path("QAPIConfig.xml"), qapi);
   env_.failOn(oxtest::FaultEnv::kRename, EROFS);
   oxtest::LogCapture log;
   EXPECT_EQ(OX_ConfigMgr_Start(), 0);

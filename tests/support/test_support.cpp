@@ -92,6 +92,7 @@ void WorkDirTest::SetUp() {
   ASSERT_NE(::mkdtemp(buf.data()), nullptr);
   dir_ = buf.data();
   ASSERT_EQ(::chdir(dir_.c_str()), 0);
+  OxBase::Env::Install(&baseEnv_);
 }
 
 static void removeTree(const std::string& path) {

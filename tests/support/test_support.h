@@ -50,7 +50,20 @@ class LogCapture : public OxBase::LogSink {
   std::vector<Entry> entries_;
 };
 
-// A test in a fresh temporary working directory, removed afterwards.
+// The environment every test starts with: the real one, except that the
+// machine's network adapters are replaced by one fixed adapter, so that
+// nothing depends on the addresses of the machine the tests run on.
+class FixedAdaptersEnv : public OxBase::EnvWrapper {
+ public:
+  FixedAdaptersEnv() : EnvWrapper(OxBase::Env::Default()) {}
+  int GetAdapters(std::vector<OxBase::AdapterAddress>* out) override {
+    *out = {OxBase::AdapterAddress{"eth0", "eth0", {"192.0.2.10"}}};
+    return 0;
+  }
+};
+
+// A test in a fresh temporary working directory, removed afterwards. The
+// fixed-adapter environment is installed for its duration.
 class WorkDirTest : public ::testing::Test {
  protected:
   void SetUp() override;
@@ -60,13 +73,15 @@ class WorkDirTest : public ::testing::Test {
 
   std::string dir_;
   std::string oldCwd_;
+  FixedAdaptersEnv baseEnv_;
 };
 
 // Fails chosen file operations with a chosen errno; everything else is real.
 class FaultEnv : public OxBase::EnvWrapper {
  public:
   enum Op { kNone, kOpen, kWrite, kFsync, kClose, kRename, kSyncDir };
-  FaultEnv() : EnvWrapper(OxBase::Env::Default()) {}
+  // Wraps the environment in force when it is made.
+  FaultEnv() : EnvWrapper(OxBase::Env::Current()) {}
   void failOn(Op op, int err) {
     op_ = op;
     errno_ = err;
@@ -84,11 +99,14 @@ class FaultEnv : public OxBase::EnvWrapper {
   int errno_ = 0;
 };
 
-// Installs an Env for the scope.
+// Installs an Env for the scope, then puts the previous one back.
 class ScopedEnv {
  public:
-  explicit ScopedEnv(OxBase::Env* env) { OxBase::Env::Install(env); }
-  ~ScopedEnv() { OxBase::Env::Install(nullptr); }
+  explicit ScopedEnv(OxBase::Env* env) : previous_(OxBase::Env::Current()) { OxBase::Env::Install(env); }
+  ~ScopedEnv() { OxBase::Env::Install(previous_); }
+
+ private:
+  OxBase::Env* previous_;
 };
 
 }  // namespace oxtest

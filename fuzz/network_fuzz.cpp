@@ -1,0 +1,55 @@
+// Feeds arbitrary bytes as "Config.xml" to the network and NAT gateway
+// loaders, in a private working directory.
+#include <unistd.h>
+
+#include <oxconfigmgr/OxNATGateway.h>
+#include <oxconfigmgr/OxNetworkCfg.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "platform/file_util.h"
+
+namespace {
+
+std::string g_dir;
+
+// Removes what the loaders leave in the working directory.
+void removeWorkDir() {
+  for (const char* name : {"Config.xml", ".Config.xml.lock"}) ::unlink((g_dir + "/" + name).c_str());
+  ::rmdir(g_dir.c_str());
+}
+
+bool enterWorkDir() {
+  char dir[] = "/tmp/oxcfg-network-fuzz-XXXXXX";
+  if (!::mkdtemp(dir) || ::chdir(dir) != 0) return false;
+  g_dir = dir;
+  std::atexit(removeWorkDir);
+  return true;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const bool ready = enterWorkDir();
+  if (!ready) std::abort();
+  const std::string text(reinterpret_cast<const char*>(data), size);
+  if (OxBase::WriteFileAtomic("Config.xml", text) != 0) return 0;
+
+  OxConfigMgr::CNetworkCfg network;
+  if (network.loadFile()) {
+    // The table as loaded: its texts must stay inside their fields.
+    std::vector<_NIC_INFO_V4> table;
+    network.getIPv4List(table);
+    if (table.size() > 16) std::abort();
+    network.getGatewayInterIP();
+    network.getGatewayOuterIP();
+    network.resetAddrList();
+  }
+  OxConfigMgr::CNATGateway nat;
+  nat.loadFile();
+  return 0;
+}

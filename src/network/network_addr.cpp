@@ -1,0 +1,391 @@
+// CNetworkCfg: the address table, its refresh from the adapters, protocol
+// bindings, outside addresses and the "AddrList" element.
+#include <oxconfigmgr/OxNetworkCfg.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+
+#include "frame/config_store.h"
+#include "frame/config_txn.h"
+#include "frame/osl_guard.h"
+#include "network/network_internal.h"
+#include "platform/osl.h"
+#include "platform/oxbase.h"
+#include "platform/xlog.h"
+
+namespace OxConfigMgr {
+
+using netinternal::addrTableLock;
+using netinternal::fieldEquals;
+using netinternal::fieldText;
+using netinternal::loadRelaxed;
+using netinternal::setField;
+using netinternal::storeRelaxed;
+using OxBase::CXmlBase;
+
+namespace {
+
+constexpr size_t kMaxEntries = 16;
+// Adapters are listed at most this often (OSL_TimeNow units, microseconds:
+// two minutes); address queries are frequent.
+constexpr OSL_Time kRefreshInterval = 120000000;
+
+std::atomic<OSL_Time> g_lastAdapterRefresh{0};
+
+bool isProtocol(uint32_t p) {
+  return p == PROTOCOL_SDK || p == PROTOCOL_LUMEN || p == PROTOCOL_LUMEN5 || p == PROTOCOL_QAPI;
+}
+
+bool emptyField(const char* field) { return field[0] == '\0'; }
+
+// Releases an adapter list on every path.
+struct AdapterList {
+  OSL_ADAPTER_INFO* head = nullptr;
+  int release() {
+    int rc = OSL_FreeAdapterInfo(head);
+    head = nullptr;
+    return rc;
+  }
+  ~AdapterList() {
+    if (head) OSL_FreeAdapterInfo(head);
+  }
+};
+
+}  // namespace
+
+namespace netinternal {
+void resetAdapterRefreshForTest() { g_lastAdapterRefresh.store(0); }
+}  // namespace netinternal
+
+bool CNetworkCfg::updateLocalIP() {
+  try {
+    const OSL_Time now = OSL_TimeNow();
+    OSL_Time last = g_lastAdapterRefresh.load();
+    if (now - last < kRefreshInterval) return true;
+    // Of several lazy refreshes that start at once, one runs.
+    if (!g_lastAdapterRefresh.compare_exchange_strong(last, now)) return true;
+
+    AdapterList adapters;
+    if (OSL_GetAdapterInfo(&adapters.head) != 0) {
+      OXLOG(5, "[%s(%d)] [errCode=%d]OSL_GetAdapterInfo failed.", OSL_GetSystemLastError());
+      return false;
+    }
+
+    // The first adapter that carries an address names it.
+    _NIC_INFO_V4 fresh[kMaxEntries] = {};
+    size_t count = 0;
+    for (OSL_ADAPTER_INFO* a = adapters.head; a && count < kMaxEntries; a = a->next) {
+      for (OSL_IPV4_ADDR* ip = a->ipList; ip && count < kMaxEntries; ip = ip->next) {
+        const std::string text = fieldText(ip->addr);
+        unsigned int parsed = 0;
+        if (text == "127.0.0.1" || text == "0.0.0.0" || OX_BASE_ParseIp4(text.c_str(), &parsed) != 0) {
+          continue;
+        }
+        bool taken = false;
+        for (size_t i = 0; i < count && !taken; ++i) taken = fieldEquals(fresh[i].ipv4, text);
+        if (taken) continue;
+        _NIC_INFO_V4& entry = fresh[count];
+        setField(entry.ipv4, text.c_str());
+        const std::string name = fieldText(a->name);
+        setField(entry.description, name.c_str());
+        OXLOG(3, "[%s(%d)] [No.=%d,IPv4=%s, desc=%s]GetLocalIP.", static_cast<int>(count), text.c_str(),
+              name.c_str());
+        ++count;
+      }
+    }
+    adapters.release();
+    // Text order, byte by byte: "192.168.1.10" comes before "192.168.1.9".
+    std::sort(fresh, fresh + count, [](const _NIC_INFO_V4& x, const _NIC_INFO_V4& y) {
+      return std::memcmp(x.ipv4, y.ipv4, sizeof x.ipv4) < 0;
+    });
+
+    if (count == 0) {
+      OXLOG(5, "[%s(%d)] [num=%d]GetLocalIP failed.", 0);
+      return false;
+    }
+
+    _NIC_INFO_V4 old[kMaxEntries];
+    size_t oldCount;
+    {
+      std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+      std::memcpy(old, addrList, sizeof old);
+      oldCount = std::min<size_t>(addrCount, kMaxEntries);
+    }
+
+    // Outside addresses and protocols stay with their address; those of an
+    // address that has gone move to entry 0.
+    bool changed = count != oldCount;
+    for (size_t i = 0; i < oldCount; ++i) {
+      const _NIC_INFO_V4& o = old[i];
+      if (o.protocolMask == 0 && emptyField(o.externalIP) && emptyField(o.deviceExternal)) continue;
+      _NIC_INFO_V4* same = nullptr;
+      for (size_t j = 0; j < count && !same; ++j) {
+        if (std::memcmp(fresh[j].ipv4, o.ipv4, sizeof o.ipv4) == 0) same = &fresh[j];
+      }
+      if (same) {
+        std::memcpy(same->externalIP, o.externalIP, sizeof o.externalIP);
+        std::memcpy(same->deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
+        same->protocolMask |= o.protocolMask;
+        OXLOG(2, "[%s(%d)] [IP=%s,ExternalIP=%s,DeviceExternal=%s,Protocol=%d]update Ip by AdapterInfo.",
+              fieldText(same->ipv4).c_str(), fieldText(same->externalIP).c_str(),
+              fieldText(same->deviceExternal).c_str(), static_cast<int>(same->protocolMask));
+      } else {
+        if (emptyField(fresh[0].externalIP)) {
+          std::memcpy(fresh[0].externalIP, o.externalIP, sizeof o.externalIP);
+        }
+        if (emptyField(fresh[0].deviceExternal)) {
+          std::memcpy(fresh[0].deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
+        }
+        fresh[0].protocolMask |= o.protocolMask;
+        changed = true;
+      }
+    }
+
+    {
+      std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
+      std::memcpy(addrList, fresh, sizeof fresh);
+      addrCount = static_cast<uint8_t>(count);
+    }
+
+    if (loadRelaxed(addrListReady) == 0) {
+      // First refresh of a table without a configured address: every
+      // protocol goes to the lowest address.
+      for (DeviceProtocol p : {PROTOCOL_SDK, PROTOCOL_LUMEN, PROTOCOL_LUMEN5, PROTOCOL_QAPI}) {
+        setProtocolBindIPv4(p, getGatewayInterIP());
+      }
+      storeRelaxed(addrListReady, 1);
+    } else if (changed) {
+      resetAddrList();
+    }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+int CNetworkCfg::getIPv4ByProtocol(_NIC_INFO_V4& out, DeviceProtocol protocol) {
+  if (!isProtocol(protocol)) return 1;
+  updateLocalIP();
+  try {
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    const size_t count = std::min<size_t>(addrCount, kMaxEntries);
+    for (size_t i = 0; i < count; ++i) {
+      if (addrList[i].protocolMask & protocol) {
+        out = addrList[i];
+        return 0;
+      }
+    }
+    out = addrList[0];
+  } catch (...) {
+  }
+  return 0;
+}
+
+int CNetworkCfg::getIPv4List(std::vector<_NIC_INFO_V4>& out) {
+  try {
+    updateLocalIP();
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    out.insert(out.end(), addrList, addrList + std::min<size_t>(addrCount, kMaxEntries));
+  } catch (...) {
+  }
+  return 0;
+}
+
+std::string CNetworkCfg::getGatewayInterIP() const {
+  try {
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    return fieldText(addrList[0].ipv4);
+  } catch (...) {
+    return std::string();
+  }
+}
+
+std::string CNetworkCfg::getGatewayOuterIP() const {
+  try {
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    return fieldText(addrList[0].externalIP);
+  } catch (...) {
+    return std::string();
+  }
+}
+
+std::string CNetworkCfg::getDeviceOuterAddr() const {
+  try {
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    return fieldText(addrList[0].deviceExternal);
+  } catch (...) {
+    return std::string();
+  }
+}
+
+int CNetworkCfg::setProtocolBindIPv4(DeviceProtocol protocol, std::string ip) {
+  try {
+    std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
+    const size_t count = std::min<size_t>(addrCount, kMaxEntries);
+    for (size_t i = 0; i < count; ++i) {
+      if (fieldEquals(addrList[i].ipv4, ip)) {
+        addrList[i].protocolMask |= protocol;
+      } else {
+        addrList[i].protocolMask &= ~static_cast<uint32_t>(protocol);
+      }
+    }
+  } catch (...) {
+    return 2;
+  }
+  return resetAddrList();
+}
+
+int CNetworkCfg::checkProtocolBindIPv4(std::string ip) {
+  try {
+    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+    const size_t count = std::min<size_t>(addrCount, kMaxEntries);
+    for (size_t i = 0; i < count; ++i) {
+      if (fieldEquals(addrList[i].ipv4, ip)) return 1;
+    }
+  } catch (...) {
+  }
+  return 0;
+}
+
+int CNetworkCfg::resetAddrList() {
+  static OSL_Mutex s_mutex;
+  bool read = false;
+  try {
+    OSL_Guard guard(&s_mutex);
+    ConfigFileTxn txn(getConfigFilePath());
+    CXmlBase xml;
+    if (readConfigFile(xml) != 1) return 2;
+    read = true;
+
+    _NIC_INFO_V4 table[kMaxEntries];
+    size_t count;
+    {
+      std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+      std::memcpy(table, addrList, sizeof table);
+      count = std::min<size_t>(addrCount, kMaxEntries);
+    }
+    if (xml.FindElem("Config") && xml.IntoElem() && xml.FindElem("Network") && xml.IntoElem() &&
+        xml.FindElem("AddrList")) {
+      xml.RemoveChildren("Addr");
+      for (size_t i = 0; i < count; ++i) {
+        const _NIC_INFO_V4& e = table[i];
+        xml.AddNode("Addr");
+        xml.AddNode("V4");
+        xml.AddNode("IP", fieldText(e.ipv4).c_str());
+        xml.AddNode("ExternalIP", fieldText(e.externalIP).c_str());
+        xml.AddNode("DeviceExternal", fieldText(e.deviceExternal).c_str());
+        xml.OutOfElem();
+        xml.AddNode("Protocol", netinternal::protocolText(e.protocolMask).c_str());
+        xml.OutOfElem();
+      }
+    }
+    return writeConfigFile(xml) == 1 ? 0 : 3;
+  } catch (...) {
+    return read ? 3 : 2;
+  }
+}
+
+namespace {
+
+// Where setExtIPv4 and setDevExt differ.
+struct OutsideField {
+  const char* element;
+  char (_NIC_INFO_V4::*field)[67];
+};
+
+// The body of setExtIPv4 and setDevExt, over the table and count of the
+// object; each passes its own mutex.
+int setOutsideAddress(_NIC_INFO_V4* table, const uint8_t& count, OSL_Mutex* mutex,
+                      const OutsideField& which, const std::string& ip, const std::string& outside) {
+  bool read = false;
+  try {
+    {
+      std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+      const size_t n = std::min<size_t>(count, kMaxEntries);
+      for (size_t i = 0; i < n; ++i) {
+        if (fieldEquals(table[i].ipv4, ip) && fieldEquals(table[i].*which.field, outside)) return 0;
+      }
+    }
+
+    OSL_Guard guard(mutex);
+    ConfigFileTxn txn(getConfigFilePath());
+    CXmlBase xml;
+    if (readConfigFile(xml) != 1) return 2;
+    read = true;
+    if (xmlWalk(xml, {"Config", "Network", "AddrList"}) && xml.IntoElem()) {
+      for (bool more = xml.FindElem("Addr"); more; more = xml.FindNextElem("Addr")) {
+        if (!xml.IntoElem()) continue;
+        bool matched = false;
+        if (xml.FindElem("V4") && xml.IntoElem()) {
+          if (xml.FindElem("IP") && ip == xml.GetData()) {
+            matched = true;
+            if (xml.FindElem(which.element)) xml.ModifyData(which.element, outside.c_str());
+          }
+          xml.OutOfElem();
+        }
+        xml.OutOfElem();
+        if (matched) break;
+      }
+    }
+    if (writeConfigFile(xml) != 1) return 3;
+
+    std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
+    const size_t n = std::min<size_t>(count, kMaxEntries);
+    for (size_t i = 0; i < n; ++i) {
+      if (fieldEquals(table[i].ipv4, ip)) {
+        setField(table[i].*which.field, outside.c_str());
+        break;
+      }
+    }
+    return 0;
+  } catch (...) {
+    return read ? 3 : 2;
+  }
+}
+
+}  // namespace
+
+int CNetworkCfg::setExtIPv4(std::string ip, std::string externalIP) {
+  static OSL_Mutex s_mutex;
+  return setOutsideAddress(addrList, addrCount, &s_mutex,
+                           {"ExternalIP", &_NIC_INFO_V4::externalIP}, ip, externalIP);
+}
+
+int CNetworkCfg::setDevExt(std::string ip, std::string deviceExternal) {
+  static OSL_Mutex s_mutex;
+  return setOutsideAddress(addrList, addrCount, &s_mutex,
+                           {"DeviceExternal", &_NIC_INFO_V4::deviceExternal}, ip, deviceExternal);
+}
+
+int CNetworkCfg::getAdapterInfo(std::vector<_NIC_INFO_V4>& out) {
+  try {
+    AdapterList adapters;
+    if (OSL_GetAdapterInfo(&adapters.head) != 0) {
+      OXLOG(5, "[%s(%d)] [errCode=%d]OSL_GetAdapterInfo failed.", OSL_GetSystemLastError());
+      return -1;
+    }
+    _NIC_INFO_V4 scratch[kMaxEntries] = {};
+    size_t count = 0;
+    for (OSL_ADAPTER_INFO* a = adapters.head; a && count < kMaxEntries; a = a->next) {
+      for (OSL_IPV4_ADDR* ip = a->ipList; ip && count < kMaxEntries; ip = ip->next) {
+        const std::string text = fieldText(ip->addr);
+        if (text == "127.0.0.1" || text == "0.0.0.0") continue;
+        setField(scratch[count].ipv4, text.c_str());
+        setField(scratch[count].description, fieldText(a->description).c_str());
+        OXLOG(3, "[%s(%d)] [No.=%d,IPv4=%s]GetLocalIP.", static_cast<int>(count), text.c_str());
+        ++count;
+      }
+    }
+    for (const _NIC_INFO_V4& e : scratch) {
+      if (e.ipv4[0] != '\0') out.push_back(e);
+    }
+    return adapters.release();
+  } catch (...) {
+    return -1;
+  }
+}
+
+}  // namespace OxConfigMgr
