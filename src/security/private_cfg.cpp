@@ -2,7 +2,6 @@
 #include <oxconfigmgr/OxWbAes.h>
 
 #include <openssl/crypto.h>
-#include <openssl/evp.h>
 
 #include <cstring>
 #include <string>
@@ -10,6 +9,7 @@
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "frame/osl_guard.h"
+#include "platform/crypto_util.h"
 #include "platform/hex.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
@@ -30,11 +30,6 @@ constexpr int kKeyBits = 256;
 template <class T>
 void readNumber(CXmlBase& xml, const char* name, T* field) {
   if (xml.FindElem(name)) *field = static_cast<T>(OSL_Atoi32(xml.GetData()));
-}
-
-bool sha256(const unsigned char* in, size_t len, unsigned char out[32]) {
-  unsigned int outLen = 0;
-  return EVP_Digest(in, len, out, &outLen, EVP_sha256(), nullptr) == 1 && outLen == 32;
 }
 
 // Wipes secrets held in locals.
@@ -228,7 +223,7 @@ void CPrivateCfg::createParam() {
   unsigned char digest[32];
   Cleanse wipeDigest{digest, sizeof digest};
   OSL_GetUUID(&uuid);
-  if (!sha256(uuid.data, sizeof uuid.data, digest)) return;
+  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return;
   std::memcpy(enc.storageKey, digest, 32);
   enc.storageKey[32] = 0;
   unsigned char cipherKey[32] = {0};
@@ -238,7 +233,7 @@ void CPrivateCfg::createParam() {
   convertByteArrayToCharArray(cipherKey, 32, keyText, 64);
 
   OSL_GetUUID(&uuid);
-  if (!sha256(uuid.data, sizeof uuid.data, digest)) return;
+  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return;
   std::memcpy(enc.storageIV, digest, 16);
   enc.storageIV[16] = 0;
   // The IV text carries 32 bytes of which only the first 16 are enciphered
