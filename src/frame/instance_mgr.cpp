@@ -1,9 +1,12 @@
 #include "frame/instance_mgr.h"
 
+#include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
+#include <oxconfigmgr/OxUserCfg.h>
 
 #include <exception>
 
+#include "db/db_init.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
 
@@ -57,6 +60,24 @@ int CInstanceMgr::runSteps() {
   // Each step is added here, in its place of the order, as its class lands.
   if (!createAndLoad(m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); })) {
     START_LOG("[%s(%d)] CPrivateCfg loadFile falied");
+    return 0;
+  }
+  // Both databases are brought to the current schema on every start.
+  if (!CSingleton<CGatewayDBInitManager>::Instance()->InitDB(1)) {
+    START_LOG("[%s(%d)] InitDB falied");
+    return 0;
+  }
+  if (!CSingleton<CSyslogDBInitManager>::Instance()->InitDB(0)) {
+    START_LOG("[%s(%d)] InitSyslog falied");
+    return 0;
+  }
+  // The maintenance step reports with the user step's text.
+  if (!createAndLoad(m_maintain, [](CMaintain& o) { return o.loadFile() && o.start(); })) {
+    START_LOG("[%s(%d)] CUserCfg loadFile falied");
+    return 0;
+  }
+  if (!createAndLoad(m_userCfg, [](CUserCfg& o) { return o.loadDatabase(0); })) {
+    START_LOG("[%s(%d)] CUserCfg loadFile falied");
     return 0;
   }
   createOnly(m_securityStatus);
