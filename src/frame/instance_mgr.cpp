@@ -62,7 +62,8 @@ int CInstanceMgr::runSteps() {
     START_LOG("[%s(%d)] CPrivateCfg loadFile falied");
     return 0;
   }
-  // Both databases are brought to the current schema on every start.
+  // Steps 3 and 4: both databases are brought to the current schema on
+  // every start, whatever the slots hold.
   if (!CSingleton<CGatewayDBInitManager>::Instance()->InitDB(1)) {
     START_LOG("[%s(%d)] InitDB falied");
     return 0;
@@ -71,11 +72,15 @@ int CInstanceMgr::runSteps() {
     START_LOG("[%s(%d)] InitSyslog falied");
     return 0;
   }
-  // The maintenance step reports with the user step's text.
+  // Step 5 (basic information) comes here.
+
+  // Step 6: maintenance, which opens the system-log connection; it reports
+  // with the user step's text.
   if (!createAndLoad(m_maintain, [](CMaintain& o) { return o.loadFile() && o.start(); })) {
     START_LOG("[%s(%d)] CUserCfg loadFile falied");
     return 0;
   }
+  // Step 7: users.
   if (!createAndLoad(m_userCfg, [](CUserCfg& o) { return o.loadDatabase(0); })) {
     START_LOG("[%s(%d)] CUserCfg loadFile falied");
     return 0;

@@ -146,23 +146,42 @@ void CSQLite3Recordset::Clear() {
 
 // ---- CBaseDBConn --------------------------------------------------------------
 
+bool CBaseDBConn::OwnerMutex::LockFor(int timeoutMs) {
+  const std::thread::id self = std::this_thread::get_id();
+  std::unique_lock<std::mutex> lock(m_mutex);
+  if (m_depth > 0 && m_owner != self) {
+    if (timeoutMs <= 0) return false;
+    if (!m_released.wait_for(lock, std::chrono::milliseconds(timeoutMs), [&] { return m_depth == 0; })) {
+      return false;
+    }
+  }
+  m_owner = self;
+  ++m_depth;
+  return true;
+}
+
+void CBaseDBConn::OwnerMutex::Unlock() {
+  std::lock_guard<std::mutex> lock(m_mutex);
+  if (m_depth > 0 && --m_depth == 0) {
+    m_owner = std::thread::id();
+    m_released.notify_all();  // a woken waiter may just have timed out
+  }
+}
+
 // Takes the connection's mutex, waiting at most the given time.
 class CBaseDBConn::Lock {
  public:
-  Lock(const CBaseDBConn& conn, int timeoutMs) : m_mutex(conn.m_mutex) {
-    m_ok = timeoutMs <= 0 ? m_mutex.try_lock()
-                          : m_mutex.try_lock_for(std::chrono::milliseconds(timeoutMs));
-  }
+  Lock(const CBaseDBConn& conn, int timeoutMs) : m_mutex(conn.m_mutex), m_ok(m_mutex.LockFor(timeoutMs)) {}
   ~Lock() {
-    if (m_ok) m_mutex.unlock();
+    if (m_ok) m_mutex.Unlock();
   }
   Lock(const Lock&) = delete;
   Lock& operator=(const Lock&) = delete;
   explicit operator bool() const { return m_ok; }
 
  private:
-  std::recursive_timed_mutex& m_mutex;
-  bool m_ok = false;
+  OwnerMutex& m_mutex;
+  bool m_ok;
 };
 
 CBaseDBConn::CBaseDBConn() = default;
@@ -199,7 +218,7 @@ void CBaseDBConn::CloseLocked() {
   // the transaction held.
   if (m_txnOwner == std::this_thread::get_id()) {
     m_txnOwner = std::thread::id();
-    m_mutex.unlock();
+    m_mutex.Unlock();
   }
   sqlite3_close_v2(m_db);
   m_db = nullptr;
@@ -409,11 +428,11 @@ bool CBaseDBConn::RunLocked(const std::string& sql, const std::vector<CDBParam>*
   do {                                                                        \
     bool inTxn = m_db && !sqlite3_get_autocommit(m_db);                       \
     if (inTxn && m_txnOwner == std::thread::id()) {                           \
-      m_mutex.lock();                                                         \
+      m_mutex.LockFor(0); /* already held by this thread: never waits */      \
       m_txnOwner = std::this_thread::get_id();                                \
     } else if (!inTxn && m_txnOwner == std::this_thread::get_id()) {          \
       m_txnOwner = std::thread::id();                                         \
-      m_mutex.unlock();                                                       \
+      m_mutex.Unlock();                                                       \
     }                                                                         \
   } while (0)
 

@@ -17,6 +17,7 @@
 #define OXCFG_PLATFORM_SQLITE3DO_H
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <mutex>
 #include <string>
@@ -170,13 +171,28 @@ class CBaseDBConn {
   int LastError() const;
 
  private:
+  // A recursive lock whose waits are bounded. (std::recursive_timed_mutex
+  // would do, but its timed wait is invisible to ThreadSanitizer.)
+  class OwnerMutex {
+   public:
+    // Takes one more level for the calling thread, waiting at most
+    // `timeoutMs` (0: not at all) while another thread holds it.
+    bool LockFor(int timeoutMs);
+    void Unlock();
+
+   private:
+    std::mutex m_mutex;
+    std::condition_variable m_released;
+    std::thread::id m_owner;
+    int m_depth = 0;
+  };
   class Lock;
   bool RunLocked(const std::string& sql, const std::vector<CDBParam>* params,
                  CSQLite3Recordset* rs, bool single);
   void CloseLocked();
   void Fail(const char* func, int line, const char* what, int rc);
 
-  mutable std::recursive_timed_mutex m_mutex;
+  mutable OwnerMutex m_mutex;
   sqlite3* m_db = nullptr;
   std::string m_path;
   bool m_createdFile = false;
