@@ -162,6 +162,61 @@ void BM_Start_ExistingDirectory(benchmark::State& state) {
 }
 BENCHMARK(BM_Start_ExistingDirectory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(100);
 
+// ---- the database share of a start, cold, in worker processes ----------------
+
+// The configuration database's manager with a fixed key instead of the
+// started private configuration's.
+class BenchGatewayInit : public OxConfigMgr::CGatewayDBInitManager {
+ public:
+  bool GetDBKey(unsigned char* key, int& len) override {
+    std::memcpy(key, kBenchKey, sizeof kBenchKey);
+    len = sizeof kBenchKey;
+    return true;
+  }
+};
+
+// What a start does with the databases, in a process that has not used
+// SQLCipher (or OpenSSL) yet: both init managers, the system-log connection
+// of the maintenance step and the user step's keyed connection and query
+// (and, on a new database, its realm update).
+bool databaseSteps(const std::string& dir, bool fresh) {
+  BenchGatewayInit gateway;
+  OxConfigMgr::CSyslogDBInitManager syslog;
+  if (!gateway.InitDB(1) || !syslog.InitDB(0)) return false;
+  Sqlite3DO::CBaseDBConn log, users;
+  Sqlite3DO::CSQLite3Recordset rs;
+  return log.OpenDB(dir + "/Syslog.db3", nullptr, 0, false) &&
+         users.OpenDB(dir + "/Config.db3", kBenchKey, 32, true) && users.Execute("select * from Users", rs) &&
+         (!fresh || users.ExecuteBound("UPDATE Users SET Realm = ? WHERE Name=?", {"ZX-AG2010(1)", "admin"}));
+}
+
+void databasePart(benchmark::State& state, bool fresh) {
+  BenchDir d(false);
+  if (!fresh) {
+    // Made in a worker too: the parent stays free of SQLCipher state.
+    Worker maker([&] { return chdirTo(d.dir); }, [&] { return databaseSteps(d.dir, true); });
+    if (!maker.ready() || maker.run() < 0) return state.SkipWithError("create");
+  }
+  for (auto _ : state) {
+    if (fresh) {
+      ::unlink((d.dir + "/Config.db3").c_str());
+      ::unlink((d.dir + "/Syslog.db3").c_str());
+    }
+    Worker w([&] { return chdirTo(d.dir); }, [&] { return databaseSteps(d.dir, fresh); });
+    double s = w.ready() ? w.run() : -1;
+    if (s < 0) {
+      state.SkipWithError("database steps failed");
+      break;
+    }
+    state.SetIterationTime(s);
+  }
+}
+
+void BM_DatabaseSteps_FreshDirectory(benchmark::State& state) { databasePart(state, true); }
+void BM_DatabaseSteps_ExistingDirectory(benchmark::State& state) { databasePart(state, false); }
+BENCHMARK(BM_DatabaseSteps_FreshDirectory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
+BENCHMARK(BM_DatabaseSteps_ExistingDirectory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(100);
+
 // ---- credentials, in a started worker -----------------------------------------
 
 void runInStartedWorker(benchmark::State& state, const std::function<bool()>& op) {
@@ -202,18 +257,7 @@ void BM_LoadDatabaseKeep(benchmark::State& state) {
 }
 BENCHMARK(BM_LoadDatabaseKeep)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
-// ---- the SQLCipher share, in-process ------------------------------------------
-
-// The configuration database's manager with a fixed key instead of the
-// started private configuration's.
-class BenchGatewayInit : public OxConfigMgr::CGatewayDBInitManager {
- public:
-  bool GetDBKey(unsigned char* key, int& len) override {
-    std::memcpy(key, kBenchKey, sizeof kBenchKey);
-    len = sizeof kBenchKey;
-    return true;
-  }
-};
+// ---- the SQLCipher share, warm, in-process ------------------------------------
 
 template <class Init>
 void initDB(benchmark::State& state, const char* file, int useKey, bool fresh) {
