@@ -14,9 +14,11 @@
 
 #include <oxconfigmgr/OxExport.h>
 #include <oxconfigmgr/OxLogLevel.h>
+#include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxMutex.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSecurityStatus.h>
+#include <oxconfigmgr/OxUserCfg.h>
 #include <oxconfigmgr/OxWbAes.h>
 #include <oxconfigmgr/OxBasicCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>

@@ -2,7 +2,9 @@
 #ifndef OXCONFIGMGR_OXLOGLEVEL_H
 #define OXCONFIGMGR_OXLOGLEVEL_H
 
-enum XLOG_LEVEL {
+// The underlying type is fixed so that any int is a valid XLOG_LEVEL: a
+// stored level may lie outside 0..7 (it is then treated as "OFF").
+enum XLOG_LEVEL : int {
   XLOG_ALL = 0,
   XLOG_TRACE = 1,
   XLOG_DEBUG = 2,

@@ -2,13 +2,16 @@
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
+#include <oxconfigmgr/OxUserCfg.h>
 
 #include <exception>
 
+#include "db/db_init.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
 #include "sections/token_mgr.h"
@@ -66,7 +69,16 @@ int CInstanceMgr::runSteps() {
     return 0;
   }
 
-  // Steps 3 and 4 (databases).
+  // Steps 3 and 4: both databases are brought to the current schema on
+  // every start, whatever the slots hold.
+  if (!CSingleton<CGatewayDBInitManager>::Instance()->InitDB(1)) {
+    START_LOG("[%s(%d)] InitDB falied");
+    return 0;
+  }
+  if (!CSingleton<CSyslogDBInitManager>::Instance()->InitDB(0)) {
+    START_LOG("[%s(%d)] InitSyslog falied");
+    return 0;
+  }
 
   // Step 5: basic information.
   if (!createAndLoad(m_basicCfg, [](CBasicCfg& o) { return o.loadFile() == 1; })) {
@@ -74,7 +86,18 @@ int CInstanceMgr::runSteps() {
     return 0;
   }
 
-  // Steps 6 and 7 (maintenance, users).
+  // Step 6: maintenance, which opens the system-log connection; it reports
+  // with the user step's text.
+  if (!createAndLoad(m_maintain, [](CMaintain& o) { return o.loadFile() && o.start(); })) {
+    START_LOG("[%s(%d)] CUserCfg loadFile falied");
+    return 0;
+  }
+
+  // Step 7: users.
+  if (!createAndLoad(m_userCfg, [](CUserCfg& o) { return o.loadDatabase(0); })) {
+    START_LOG("[%s(%d)] CUserCfg loadFile falied");
+    return 0;
+  }
 
   // Step 8: NAT gateway.
   if (!createAndLoad(m_natGateway, [](CNATGateway& o) { return o.loadFile(); })) {
