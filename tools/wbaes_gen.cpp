@@ -171,7 +171,8 @@ std::vector<std::uint8_t> ExpandKey(const std::uint8_t* key, int bits) {
     } else if (nk > 6 && i % nk == 4) {
       for (auto& b : t) b = Boxes().fwd[b];
     }
-    for (int j = 0; j < 4; ++j) w[4 * i + j] = static_cast<std::uint8_t>(w[4 * (i - nk) + j] ^ t[j]);
+    for (int j = 0; j < 4; ++j)
+      w[4 * i + j] = static_cast<std::uint8_t>(w[4 * (i - nk) + j] ^ t[j]);
   }
   return w;
 }
@@ -413,7 +414,8 @@ bool WriteProduction(const std::string& dir, std::uint64_t seed) {
   w.Line("");
   w.Line("const WbAesTables kProductionTables = {");
   w.Line("    {table_I, table_II, table_III, table_IV, table_V, table_VI},");
-  w.Line("    {table_I_dec, table_II_dec, table_III_dec, table_IV_dec, table_V_dec, table_VI_dec}};");
+  w.Line(
+      "    {table_I_dec, table_II_dec, table_III_dec, table_IV_dec, table_V_dec, table_VI_dec}};");
   w.Line("");
   w.Line("// Masked round keys of the production 256-bit key: enciphering order, and");
   w.Line("// the equivalent inverse cipher's order for deciphering.");
@@ -433,8 +435,9 @@ bool WriteTestSet(const std::string& dir, std::uint64_t seed) {
   const auto keyTemplate = KeyTemplate(rng);
 
   Writer w;
-  w.Line(Header(seed, "White-box cipher: the test table set (identity external encodings, so\n"
-                      "// its blocks are plain AES). Linked into the unit tests only.")
+  w.Line(Header(seed,
+                "White-box cipher: the test table set (identity external encodings, so\n"
+                "// its blocks are plain AES). Linked into the unit tests only.")
              .c_str());
   w.Line("#include \"security/wbaes_internal.h\"");
   w.Line("#include \"security/wbaes_test_support.h\"");
@@ -449,10 +452,12 @@ bool WriteTestSet(const std::string& dir, std::uint64_t seed) {
   w.Line("");
   w.Line("const WbAesTables kTables = {");
   w.Line("    {table_I, table_II, table_III, table_IV, table_V, table_VI},");
-  w.Line("    {table_I_dec, table_II_dec, table_III_dec, table_IV_dec, table_V_dec, table_VI_dec}};");
+  w.Line(
+      "    {table_I_dec, table_II_dec, table_III_dec, table_IV_dec, table_V_dec, table_VI_dec}};");
   w.Line("");
   w.Line("// Mask in bytes 0..2, noise elsewhere; round keys are stored over the noise.");
-  w.Array("const std::uint8_t kKeyTemplate[kKeyMaterialSize]", keyTemplate.data(), keyTemplate.size());
+  w.Array("const std::uint8_t kKeyTemplate[kKeyMaterialSize]", keyTemplate.data(),
+          keyTemplate.size());
   w.Line("");
   w.Line("}  // namespace testset");
   w.Line("}  // namespace wbaes");

@@ -33,8 +33,10 @@
 //  - Input and output may be the same buffer; partially overlapping buffers
 //    are not supported.
 //  - Thread safety: reentrant. No function keeps state between calls or
-//    shares any; no heap memory is used. Round keys live on the caller's
-//    stack for the duration of the call and are wiped before returning.
+//    shares any. No heap memory is used; a call needs up to about 32 KiB of
+//    the caller's stack (round keys bound to the tables, and on processors
+//    with AVX-512 a per-call rearrangement of one table). The unmasked round
+//    keys and everything derived from them are wiped before returning.
 #ifndef OXCONFIGMGR_OXWBAES_H
 #define OXCONFIGMGR_OXWBAES_H
 
@@ -79,8 +81,7 @@ OXCFG_API int nyxwbaes_dynamic_ecb_encrypt_pkcs7(const unsigned char* in, int in
                                                  const unsigned char* key);
 OXCFG_API int nyxwbaes_dynamic_cbc_encrypt_pkcs7(const unsigned char* in, int inLen,
                                                  unsigned char* out, int* outLen, int keyBits,
-                                                 const unsigned char* key,
-                                                 const unsigned char* iv);
+                                                 const unsigned char* key, const unsigned char* iv);
 
 // ECB / CBC deciphering followed by PKCS#7 length trimming: the output length
 // is the input length minus the value of the last deciphered byte. The
@@ -92,8 +93,7 @@ OXCFG_API int nyxwbaes_dynamic_ecb_decrypt_pkcs7(const unsigned char* in, int in
                                                  const unsigned char* key);
 OXCFG_API int nyxwbaes_dynamic_cbc_decrypt_pkcs7(const unsigned char* in, int inLen,
                                                  unsigned char* out, int* outLen, int keyBits,
-                                                 const unsigned char* key,
-                                                 const unsigned char* iv);
+                                                 const unsigned char* key, const unsigned char* iv);
 
 #ifdef __cplusplus
 }  // extern "C"

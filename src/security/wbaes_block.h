@@ -32,8 +32,9 @@ struct PreparedKey {
 
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
 // rounds must be 1..kMaxRounds (not checked). `blocks` is how many blocks the
-// call will process with this key: the vector engine's row tables are only
-// built when they pay for themselves.
+// call will process with this key: the rows are built only when the vector
+// engine will run and more than one block will use them (for a lone block
+// their set-up costs more than it saves).
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
                 std::size_t blocks, PreparedKey* key);
 void WipePreparedKey(PreparedKey* key);

@@ -39,8 +39,9 @@ namespace wbaes {
 namespace {
 
 // From this many blocks on, one sliced batch (cost independent of how many
-// of its 64 lanes are used) beats that many single-block runs.
-constexpr std::size_t kSlicedThreshold = 4;
+// of its 64 lanes are used, about that of four single blocks here) beats
+// that many single-block runs.
+constexpr std::size_t kSlicedThreshold = 5;
 constexpr std::size_t kLanes = 64;
 
 constexpr int Source(bool decipher, int p) {
@@ -62,24 +63,20 @@ constexpr Lanes32 PositionTimes(std::uint32_t scale) {
   return l;
 }
 
-// Offset of the combining tables of step s for output q, in table IV.
-constexpr Lanes32 StepBase(int s) {
+// 32-bit word offset in table IV of the combining tables of step s for
+// output q = Source(L) in lane L (shifted lane order, see LaneOrder).
+constexpr Lanes32 StepBase(bool decipher, int s) {
   Lanes32 l{};
-  for (int q = 0; q < 16; ++q) l.v[q] = 256u * static_cast<std::uint32_t>(3 * q + s);
+  for (int lane = 0; lane < 16; ++lane) {
+    l.v[lane] = 64u * static_cast<std::uint32_t>(3 * Source(decipher, lane) + s);
+  }
   return l;
 }
 
-// Byte lanes: position p takes the byte of Source(p) (the row shift).
-constexpr Lanes8 RowShiftBytes(bool decipher) {
-  Lanes8 l{};
-  for (int p = 0; p < 16; ++p) l.v[p] = static_cast<std::uint8_t>(Source(decipher, p));
-  return l;
-}
-
-// Byte lanes: 16p in lane p (row index of position p in a 16 x 16 table).
-constexpr Lanes8 Pos16Bytes() {
-  Lanes8 l{};
-  for (int p = 0; p < 16; ++p) l.v[p] = static_cast<std::uint8_t>(16 * p);
+// Position p takes the lane of Source(p) (the row shift).
+constexpr Lanes32 RowShift(bool decipher) {
+  Lanes32 l{};
+  for (int p = 0; p < 16; ++p) l.v[p] = static_cast<std::uint32_t>(Source(decipher, p));
   return l;
 }
 
@@ -92,14 +89,21 @@ constexpr Lanes8 Transpose4x4() {
 }
 
 // Table III gives, in lane p = 4r + c, the four partials of position (r, c)
-// (byte i for output row i). Byte 16k + q of the spread vector is partial k
-// of output q = 4i + c, so partial k of every output is one 16-byte lane.
-constexpr Lanes8 Spread() {
-  Lanes8 l{};
-  for (int k = 0; k < 4; ++k) {
-    for (int q = 0; q < 16; ++q) {
-      l.v[16 * k + q] = static_cast<std::uint8_t>(4 * (4 * k + (q & 3)) + (q >> 2));
-    }
+// (byte i for output row i). Partial k of output q = 4i + c is therefore
+// byte i of lane 4k + c; for outputs in shifted lane order (see LaneOrder),
+// lane L fetches lane PartialLane(k, L) and shifts it right by
+// PartialShift(L) bits.
+constexpr Lanes32 PartialLane(bool decipher, int k) {
+  Lanes32 l{};
+  for (int lane = 0; lane < 16; ++lane) {
+    l.v[lane] = static_cast<std::uint32_t>(4 * k + (Source(decipher, lane) & 3));
+  }
+  return l;
+}
+constexpr Lanes32 PartialShift(bool decipher) {
+  Lanes32 l{};
+  for (int lane = 0; lane < 16; ++lane) {
+    l.v[lane] = static_cast<std::uint32_t>(8 * (Source(decipher, lane) >> 2));
   }
   return l;
 }
@@ -149,12 +153,17 @@ constexpr Lanes8 RowIndexBase() {
 
 constexpr Lanes32 kPos16 = PositionTimes(16);
 constexpr Lanes32 kPos256 = PositionTimes(256);
-constexpr Lanes32 kStep[3] = {StepBase(0), StepBase(1), StepBase(2)};
-constexpr Lanes8 kShiftEnc = RowShiftBytes(false);
-constexpr Lanes8 kShiftDec = RowShiftBytes(true);
-constexpr Lanes8 kPos16Bytes = Pos16Bytes();
+constexpr Lanes32 kStep4Enc[3] = {StepBase(false, 0), StepBase(false, 1), StepBase(false, 2)};
+constexpr Lanes32 kStep4Dec[3] = {StepBase(true, 0), StepBase(true, 1), StepBase(true, 2)};
+constexpr Lanes32 kShiftEnc32 = RowShift(false);
+constexpr Lanes32 kShiftDec32 = RowShift(true);
 constexpr Lanes8 kTranspose4x4 = Transpose4x4();
-constexpr Lanes8 kSpread = Spread();
+constexpr Lanes32 kPartialLaneEnc[4] = {PartialLane(false, 0), PartialLane(false, 1),
+                                        PartialLane(false, 2), PartialLane(false, 3)};
+constexpr Lanes32 kPartialLaneDec[4] = {PartialLane(true, 0), PartialLane(true, 1),
+                                        PartialLane(true, 2), PartialLane(true, 3)};
+constexpr Lanes32 kPartialShiftEnc = PartialShift(false);
+constexpr Lanes32 kPartialShiftDec = PartialShift(true);
 constexpr Lanes8 kToByteMajor = ToByteMajor();
 constexpr Lanes8 kToBlockMajor = ToBlockMajor();
 constexpr TransposeIndex kTranspose16 = MakeTransposeIndex();
@@ -177,9 +186,9 @@ OXCFG_WBAES_AVX512 void BuildRows(const WbAesDirTables& t, PreparedKey* key) {
     for (int p = 0; p < 16; ++p) {
       const std::uint8_t* row = table + 256 * p;
       // Lanes 0..15: + high key nibble, lanes 16..31: + low key nibble.
-      const __m512i nibbles = _mm512_mask_blend_epi8(
-          0xFFFF0000ull, Set8(static_cast<int>(key->hiOffset[j][p] & 15)),
-          Set8(static_cast<int>(key->loOffset[j][p] & 15)));
+      const __m512i nibbles =
+          _mm512_mask_blend_epi8(0xFFFF0000ull, Set8(static_cast<int>(key->hiOffset[j][p] & 15)),
+                                 Set8(static_cast<int>(key->loOffset[j][p] & 15)));
       const __m512i idx = _mm512_add_epi8(base, nibbles);
       const __m512i low = _mm512_permutex2var_epi8(LoadU(row), idx, LoadU(row + 64));
       const __m512i high = _mm512_permutex2var_epi8(LoadU(row + 128), idx, LoadU(row + 192));
@@ -201,8 +210,7 @@ OXCFG_WBAES_AVX512 void BuildRows(const WbAesDirTables& t, PreparedKey* key) {
 // Byte `idx` of `base` in each 32-bit lane, in bits 0..7 (bits above are
 // garbage from the neighbouring bytes of the same word), shifted right by
 // `extra` more bits.
-OXCFG_WBAES_AVX512 inline __m512i GatherByte(const std::uint8_t* base, __m512i idx,
-                                             __m512i extra) {
+OXCFG_WBAES_AVX512 inline __m512i GatherByte(const std::uint8_t* base, __m512i idx, __m512i extra) {
   const __m512i word = _mm512_i32gather_epi32(_mm512_srli_epi32(idx, 2), base, 4);
   const __m512i shift =
       _mm512_add_epi32(_mm512_slli_epi32(_mm512_and_si512(idx, Set32(3)), 3), extra);
@@ -214,91 +222,142 @@ OXCFG_WBAES_AVX512 inline __m512i GatherByte(const std::uint8_t* base, __m512i i
   return _mm512_srlv_epi32(word, _mm512_slli_epi32(_mm512_and_si512(idx, Set32(3)), 3));
 }
 
-// Key mixing of 16 state bytes (byte lane p = position p), either from the
-// key rows (two 256-byte tables indexed by 16p + nibble) or by gathering
-// from table II/VI itself.
-OXCFG_WBAES_AVX512 inline __m128i KeyMixBytes(const WbAesDirTables&, const std::uint8_t* table,
-                                              const PreparedKey& k, int j, __m128i s) {
-  const __m512i pos16 = _mm512_castsi128_si512(Load128(kPos16Bytes.v));
-  const __m512i sz = _mm512_castsi128_si512(s);
+// Lane orders of the single-block path. "Natural": lane p holds position p.
+// "Shifted": lane L holds position Source(L), that is, the byte that the row
+// shift moves to position L. Table IV's outputs are computed in shifted
+// order, so the state leaves key mixing already row-shifted and no
+// permutation stands on the chain between rounds.
+struct LaneOrder {
+  __m512i pos16;    // 16 * position: the key rows' line of each lane
+  __mmask64 upper;  // byte 0 of the lanes whose position is 8..15
+  bool shifted;
+};
+
+// Key mixing of the 16 positions, each lane holding the state byte's high
+// nibble (ah) and low nibble (al) in its low 4 bits (bits above ignored).
+// Returns the mixed byte in bits 0..7 of each lane, OR-ed with `orWith`
+// (whose low 8 bits must be zero). With key rows: the rows of round key j
+// are two 256-byte tables indexed by 16 * position + nibble, looked up in
+// registers (byte 0 of each 32-bit lane carries the index; the other bytes
+// are zeroed). Without: gathers from table II/VI itself.
+OXCFG_WBAES_AVX512 inline __m512i KeyMix(const std::uint8_t* table, const PreparedKey& k, int j,
+                                         const LaneOrder& order, const __m512i& shiftRows,
+                                         __m512i ah, __m512i al, __m512i orWith) {
   if (k.hasRows) {
-    const __m512i idxHi =
-        _mm512_add_epi8(pos16, _mm512_and_si512(_mm512_srli_epi16(sz, 4), Set8(0x0F)));
-    const __m512i idxLo = _mm512_add_epi8(pos16, _mm512_and_si512(sz, Set8(0x0F)));
+    // pos16 | (nibble & 15)
+    const __m512i idxHi = _mm512_ternarylogic_epi32(order.pos16, ah, Set32(15), 0xF8);
+    const __m512i idxLo = _mm512_ternarylogic_epi32(order.pos16, al, Set32(15), 0xF8);
     const std::uint8_t* hiRows = &k.rows[j][0][0][0];
     const std::uint8_t* loRows = &k.rows[j][1][0][0];
-    // Positions 8..15 index the upper 128 bytes of each 256-byte table.
+    constexpr __mmask64 kByte0 = 0x1111111111111111ull;
+    // Lanes whose position is 8..15 index the upper 128 bytes.
     const __m512i hi = _mm512_mask_blend_epi8(
-        0xFF00ull, _mm512_permutex2var_epi8(Load(hiRows), idxHi, Load(hiRows + 64)),
-        _mm512_permutex2var_epi8(Load(hiRows + 128), idxHi, Load(hiRows + 192)));
+        order.upper, _mm512_maskz_permutex2var_epi8(kByte0, Load(hiRows), idxHi, Load(hiRows + 64)),
+        _mm512_maskz_permutex2var_epi8(kByte0, Load(hiRows + 128), idxHi, Load(hiRows + 192)));
     const __m512i lo = _mm512_mask_blend_epi8(
-        0xFF00ull, _mm512_permutex2var_epi8(Load(loRows), idxLo, Load(loRows + 64)),
-        _mm512_permutex2var_epi8(Load(loRows + 128), idxLo, Load(loRows + 192)));
-    return _mm512_castsi512_si128(_mm512_or_si512(hi, lo));
+        order.upper, _mm512_maskz_permutex2var_epi8(kByte0, Load(loRows), idxLo, Load(loRows + 64)),
+        _mm512_maskz_permutex2var_epi8(kByte0, Load(loRows + 128), idxLo, Load(loRows + 192)));
+    return _mm512_ternarylogic_epi32(hi, lo, orWith, 0xFE);  // hi | lo | orWith
   }
-  const __m512i sd = _mm512_cvtepu8_epi32(s);
-  const __m512i hiIdx = _mm512_add_epi32(Load(k.hiOffset[j]), _mm512_and_si512(sd, Set32(0xF0)));
-  const __m512i loIdx = _mm512_add_epi32(
-      Load(k.loOffset[j]), _mm512_and_si512(_mm512_slli_epi32(sd, 4), Set32(0xF0)));
-  const __m512i hi = GatherByte(table, hiIdx);
+  __m512i hiOff = Load(k.hiOffset[j]);
+  __m512i loOff = Load(k.loOffset[j]);
+  if (order.shifted) {
+    hiOff = _mm512_permutexvar_epi32(shiftRows, hiOff);
+    loOff = _mm512_permutexvar_epi32(shiftRows, loOff);
+  }
+  const __m512i hiIdx =
+      _mm512_add_epi32(hiOff, _mm512_slli_epi32(_mm512_and_si512(ah, Set32(15)), 4));
+  const __m512i loIdx =
+      _mm512_add_epi32(loOff, _mm512_slli_epi32(_mm512_and_si512(al, Set32(15)), 4));
+  const __m512i hi = _mm512_and_si512(GatherByte(table, hiIdx), Set32(0xF0));
   const __m512i lo = _mm512_and_si512(GatherByte(table, loIdx, Set32(4)), Set32(0x0F));
-  // (hi & 0xF0) | lo
-  return _mm512_cvtepi32_epi8(_mm512_ternarylogic_epi32(hi, lo, Set32(0xF0), 0xEC));
+  return _mm512_ternarylogic_epi32(hi, lo, orWith, 0xFE);
+}
+
+// One combining step of table IV for all 16 outputs. `acc` holds the column
+// argument in its low 4 bits (bits above are ignored); `line` is the 32-bit
+// word index of the packed table line the row nibble selects (a multiple of
+// 4, so the accumulator's word offset can be OR-ed in), `sel` 4 when the row
+// nibble is 8 or more (the result is then the high nibble of the packed
+// byte). Returns the new accumulator in bits 0..3, garbage above, so that
+// only three operations stand between one gather and the next.
+OXCFG_WBAES_AVX512 inline __m512i XorStep(const std::uint8_t* table, __m512i line, __m512i sel,
+                                          __m512i acc) {
+  // line | ((acc >> 2) & 3)
+  const __m512i word = _mm512_ternarylogic_epi32(line, _mm512_srli_epi32(acc, 2), Set32(3), 0xF8);
+  const __m512i shift =
+      _mm512_add_epi32(_mm512_slli_epi32(_mm512_and_si512(acc, Set32(3)), 3), sel);
+  return _mm512_srlv_epi32(_mm512_i32gather_epi32(word, table, 4), shift);
+}
+
+OXCFG_WBAES_AVX512 inline __m512i Partial(__m512i w, const Lanes32& lane, __m512i shift) {
+  return _mm512_srlv_epi32(_mm512_permutexvar_epi32(Load(lane.v), w), shift);
 }
 
 template <bool kDecipher>
 OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& k,
                                     const std::uint8_t* in, std::uint8_t* out) {
   const __m128i transpose = Load128(kTranspose4x4.v);
-  const __m128i shiftRows = Load128(kDecipher ? kShiftDec.v : kShiftEnc.v);
+  const __m512i shiftRows = Load(kDecipher ? kShiftDec32.v : kShiftEnc32.v);
+  const __m512i pos16 = Load(kPos16.v);
+  const __m512i pos16Shifted = _mm512_permutexvar_epi32(shiftRows, pos16);
+  const LaneOrder natural = {pos16, _mm512_movepi8_mask(pos16), false};
+  const LaneOrder shifted = {pos16Shifted, _mm512_movepi8_mask(pos16Shifted), true};
   const __m512i pos256 = Load(kPos256.v);
-  const __m512i spread = Load(kSpread.v);
+  const Lanes32* partialLane = kDecipher ? kPartialLaneDec : kPartialLaneEnc;
+  const __m512i partialShift = Load(kDecipher ? kPartialShiftDec.v : kPartialShiftEnc.v);
+  const Lanes32* steps = kDecipher ? kStep4Dec : kStep4Enc;
   const __m512i nib = Set32(15);
 
-  __m128i s;
+  __m512i ah, al;
   {
     const __m512i b = _mm512_cvtepu8_epi32(
         _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in)), transpose));
-    const __m512i pos16 = Load(kPos16.v);
-    const __m512i hi = GatherByte(t.I, _mm512_add_epi32(pos16, _mm512_srli_epi32(b, 4)));
-    const __m512i lo = GatherByte(t.I, _mm512_add_epi32(pos16, _mm512_and_si512(b, nib)));
-    s = _mm512_cvtepi32_epi8(_mm512_xor_si512(_mm512_slli_epi32(hi, 4), lo));
+    const __m512i hi = GatherByte(t.I, _mm512_add_epi32(natural.pos16, _mm512_srli_epi32(b, 4)));
+    const __m512i lo = GatherByte(t.I, _mm512_add_epi32(natural.pos16, _mm512_and_si512(b, nib)));
+    const __m512i s =
+        _mm512_permutexvar_epi32(shiftRows, _mm512_xor_si512(_mm512_slli_epi32(hi, 4), lo));
+    ah = _mm512_srli_epi32(s, 4);
+    al = s;
   }
 
   const int rounds = k.rounds;
   for (int j = 0; j + 1 < rounds; ++j) {
-    const __m128i x = _mm_shuffle_epi8(KeyMixBytes(t, t.II, k, j, s), shiftRows);
+    // Lane L: table III entry of position L after the row shift.
     const __m512i w =
-        _mm512_i32gather_epi32(_mm512_add_epi32(pos256, _mm512_cvtepu8_epi32(x)), t.III, 4);
-    const __m512i partials = _mm512_permutexvar_epi8(spread, w);
-    const __m512i y0 = _mm512_cvtepu8_epi32(_mm512_castsi512_si128(partials));
-    const __m512i y[3] = {_mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(partials, 1)),
-                          _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(partials, 2)),
-                          _mm512_cvtepu8_epi32(_mm512_extracti32x4_epi32(partials, 3))};
-    // Partial k + 1 is do_xor's row argument: bits 4..6 of its nibble pick
-    // the table line, bit 7 the half of the packed byte.
-    __m512i ah = _mm512_srli_epi32(y0, 4);
-    __m512i al = _mm512_and_si512(y0, nib);
+        _mm512_i32gather_epi32(KeyMix(t.II, k, j, shifted, shiftRows, ah, al, pos256), t.III, 4);
+    // Partial k of each output in bits 0..7 of its lane, garbage above
+    // (every use below masks the bits it needs).
+    const __m512i y0 = Partial(w, partialLane[0], partialShift);
+    const __m512i y[3] = {Partial(w, partialLane[1], partialShift),
+                          Partial(w, partialLane[2], partialShift),
+                          Partial(w, partialLane[3], partialShift)};
+    ah = _mm512_srli_epi32(y0, 4);
+    al = y0;
     for (int st = 0; st < 3; ++st) {
+      // Partial st + 1 is do_xor's row argument: bits 4..6 of its nibble
+      // pick the table line, bit 7 the half of the packed byte.
       const __m512i yk = y[st];
-      const __m512i hiBase = Load(kStep[st].v);
-      const __m512i loBase = _mm512_add_epi32(hiBase, Set32(128));
-      const __m512i hiIdx =
-          _mm512_add_epi32(hiBase, _mm512_or_si512(_mm512_and_si512(yk, Set32(0x70)), ah));
-      const __m512i loIdx = _mm512_add_epi32(
-          loBase, _mm512_or_si512(_mm512_and_si512(_mm512_slli_epi32(yk, 4), Set32(0x70)), al));
+      // Step base / 4 plus ((row nibble & 7) * 16) / 4.
+      const __m512i base = Load(steps[st].v);
+      const __m512i hiLine =
+          _mm512_add_epi32(base, _mm512_and_si512(_mm512_srli_epi32(yk, 2), Set32(0x1C)));
+      const __m512i loLine =
+          _mm512_add_epi32(_mm512_add_epi32(base, Set32(32)),
+                           _mm512_and_si512(_mm512_slli_epi32(yk, 2), Set32(0x1C)));
       const __m512i hiSel = _mm512_and_si512(_mm512_srli_epi32(yk, 5), Set32(4));
       const __m512i loSel = _mm512_and_si512(_mm512_srli_epi32(yk, 1), Set32(4));
-      ah = _mm512_and_si512(GatherByte(t.IV, hiIdx, hiSel), nib);
-      al = _mm512_and_si512(GatherByte(t.IV, loIdx, loSel), nib);
+      ah = XorStep(t.IV, hiLine, hiSel, ah);
+      al = XorStep(t.IV, loLine, loSel, al);
     }
-    s = _mm512_cvtepi32_epi8(_mm512_or_si512(_mm512_slli_epi32(ah, 4), al));
   }
 
-  const __m128i x = _mm_shuffle_epi8(KeyMixBytes(t, t.II, k, rounds - 1, s), shiftRows);
-  const __m512i v = GatherByte(t.V, _mm512_add_epi32(pos256, _mm512_cvtepu8_epi32(x)));
-  const __m128i o = KeyMixBytes(t, t.VI, k, rounds, _mm512_cvtepi32_epi8(v));
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_shuffle_epi8(o, transpose));
+  const __m512i x = KeyMix(t.II, k, rounds - 1, shifted, shiftRows, ah, al, pos256);
+  const __m512i v = GatherByte(t.V, x);  // position L after the row shift
+  const __m512i o = KeyMix(t.VI, k, rounds, natural, shiftRows, _mm512_srli_epi32(v, 4), v,
+                           _mm512_setzero_si512());
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
+                   _mm_shuffle_epi8(_mm512_cvtepi32_epi8(o), transpose));
 }
 
 // ---- block-sliced: one block per byte lane -----------------------------------------
@@ -337,8 +396,8 @@ OXCFG_WBAES_AVX512 inline __m512i Table16(const std::uint8_t* t) {
 
 // 256-entry byte table lookup in every byte lane.
 OXCFG_WBAES_AVX512 inline __m512i Lookup256(const std::uint8_t* t, __m512i x) {
-  const __m512i low = _mm512_permutex2var_epi8(Load(t), x, Load(t + 64));
-  const __m512i high = _mm512_permutex2var_epi8(Load(t + 128), x, Load(t + 192));
+  const __m512i low = _mm512_permutex2var_epi8(LoadU(t), x, LoadU(t + 64));
+  const __m512i high = _mm512_permutex2var_epi8(LoadU(t + 128), x, LoadU(t + 192));
   return _mm512_mask_blend_epi8(_mm512_movepi8_mask(x), low, high);
 }
 
@@ -353,15 +412,15 @@ OXCFG_WBAES_AVX512 inline __m512i KeyMixSliced(const PreparedKey& k, int j, int 
   return _mm512_or_si512(hi, lo);
 }
 
-// One packed nibble table (128 bytes) of table IV, `y` being do_xor's row
+// One packed nibble table (128 bytes) of table IV, `yHigh` carrying do_xor's row
 // argument (its nibble already in bits 4..7 of each byte) and `acc` the
 // column argument (0..15).
 OXCFG_WBAES_AVX512 inline __m512i XorNibble(const std::uint8_t* t, __m512i yHigh, __m512i acc) {
   // (yHigh & 0xF0) | acc; vpermi2b reads the low 7 bits, bit 7 picks the nibble.
   const __m512i idx = _mm512_ternarylogic_epi32(yHigh, Set8(0xF0), acc, 0xEA);
-  const __m512i packed = _mm512_permutex2var_epi8(Load(t), idx, Load(t + 64));
-  const __m512i v = _mm512_mask_blend_epi8(_mm512_movepi8_mask(idx), packed,
-                                           _mm512_srli_epi16(packed, 4));
+  const __m512i packed = _mm512_permutex2var_epi8(LoadU(t), idx, LoadU(t + 64));
+  const __m512i v =
+      _mm512_mask_blend_epi8(_mm512_movepi8_mask(idx), packed, _mm512_srli_epi16(packed, 4));
   return _mm512_and_si512(v, Set8(0x0F));
 }
 
@@ -413,7 +472,7 @@ OXCFG_WBAES_AVX512 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
   const int rounds = k.rounds;
   for (int j = 0; j + 1 < rounds; ++j) {
     __m512i x[16];
-    for (int p = 0; p < 16; ++p) x[Source(kDecipher, p)] = KeyMixSliced(k, j, Source(kDecipher, p), s[Source(kDecipher, p)]);
+    for (int p = 0; p < 16; ++p) x[p] = KeyMixSliced(k, j, p, s[p]);
     // After the row shift position p holds x[Source(p)].
     for (int c = 0; c < 4; ++c) {
       for (int i = 0; i < 4; ++i) {

@@ -21,9 +21,9 @@ namespace OxConfigMgr {
 namespace wbaes {
 namespace {
 
-// Blocks handed to the engine at a time by the CBC decipherer: enough to let
-// the engine interleave, small enough to keep the ciphertext copy (needed
-// for the chaining when deciphering in place) a small stack buffer.
+// Blocks handed to the engine at a time when deciphering CBC in place: a
+// full batch of the vector engine, and a ciphertext copy (needed for the
+// chaining) that stays a small stack buffer.
 constexpr std::size_t kCbcBatch = 64;
 
 int RoundsForKeyBits(int keyBits) {
@@ -156,8 +156,8 @@ int Cbc(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* o
   return kOk;
 }
 
-int EcbDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* out,
-           int* outLen, int keyBits, const std::uint8_t* key) {
+int EcbDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* out, int* outLen,
+           int keyBits, const std::uint8_t* key) {
   int rounds = 0;
   const int rc = CheckDecrypt(in, inLen, out, outLen, keyBits, key, false, nullptr, &rounds);
   if (rc != kOk) return rc;
@@ -167,19 +167,29 @@ int EcbDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t
   return kOk;
 }
 
-int CbcDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* out,
-           int* outLen, int keyBits, const std::uint8_t* key, const std::uint8_t* iv) {
+int CbcDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* out, int* outLen,
+           int keyBits, const std::uint8_t* key, const std::uint8_t* iv) {
   int rounds = 0;
   const int rc = CheckDecrypt(in, inLen, out, outLen, keyBits, key, true, iv, &rounds);
   if (rc != kOk) return rc;
   *outLen = inLen;
-  const CallKey ck(t.dec, key, rounds, static_cast<std::size_t>(inLen) / 16);
-  // Each batch's ciphertext is copied first: it supplies the chaining blocks
-  // even when the output overwrites the input.
+  const std::size_t blocks = static_cast<std::size_t>(inLen) / 16;
+  const CallKey ck(t.dec, key, rounds, blocks);
+  if (in != out) {
+    // The ciphertext stays readable in `in`: decipher everything at once,
+    // then chain.
+    ProcessBlocks(t.dec, true, ck.get(), in, out, blocks);
+    if (blocks > 0) XorBlock(out, out, iv);
+    for (std::size_t b = 1; b < blocks; ++b)
+      XorBlock(out + 16 * b, out + 16 * b, in + 16 * (b - 1));
+    return kOk;
+  }
+  // In place: each batch's ciphertext is copied first, as the output
+  // overwrites the chaining blocks.
   std::uint8_t chain[kBlockSize];
   std::memcpy(chain, iv, kBlockSize);
   std::uint8_t cipher[kCbcBatch * kBlockSize];
-  std::size_t remaining = static_cast<std::size_t>(inLen) / 16;
+  std::size_t remaining = blocks;
   while (remaining > 0) {
     const std::size_t n = remaining < kCbcBatch ? remaining : kCbcBatch;
     std::memcpy(cipher, in, n * kBlockSize);

@@ -100,7 +100,8 @@ std::uint8_t do_xor(std::uint8_t a, std::uint8_t b, const std::uint8_t* table) {
 }
 
 std::uint8_t do_xor_hi_lo(std::uint8_t x, std::uint8_t y, const std::uint8_t* table) {
-  const std::uint8_t hi = do_xor(static_cast<std::uint8_t>(x >> 4), static_cast<std::uint8_t>(y >> 4), table);
+  const std::uint8_t hi =
+      do_xor(static_cast<std::uint8_t>(x >> 4), static_cast<std::uint8_t>(y >> 4), table);
   const std::uint8_t lo = do_xor(x & 0x0F, y & 0x0F, table + 128);
   return static_cast<std::uint8_t>((hi << 4) | lo);
 }

@@ -16,8 +16,8 @@ namespace {
 
 using testsupport::DecKeyMaterial;
 using testsupport::EncKeyMaterial;
-using testsupport::OpenSslAes;
 using testsupport::KeyMaterial;
+using testsupport::OpenSslAes;
 using Bytes = std::vector<std::uint8_t>;
 
 Bytes Hex(const std::string& hex) {
@@ -121,9 +121,9 @@ TEST(WbAesTestSet, ModesMatchOpenSslForRandomKeysAndLengths) {
     const auto ekm = EncKeyMaterial(key.data(), bits);
     const auto dkm = DecKeyMaterial(key.data(), bits);
 
-    const Bytes expect = pkcs7 ? OpenSslAes(true, cbc, true, key.data(), bits, iv.data(), plain)
-                               : OpenSslAes(true, cbc, false, key.data(), bits, iv.data(),
-                                            ZeroPadded(plain));
+    const Bytes expect =
+        pkcs7 ? OpenSslAes(true, cbc, true, key.data(), bits, iv.data(), plain)
+              : OpenSslAes(true, cbc, false, key.data(), bits, iv.data(), ZeroPadded(plain));
     Bytes cipher(len + 32, 0xEE);
     int outLen = static_cast<int>(cipher.size());
     const int inLen = static_cast<int>(len);

@@ -164,8 +164,9 @@ inline std::vector<std::uint8_t> OpenSslAes(bool encrypt, bool cbc, bool pkcs7,
   }
   std::unique_ptr<EVP_CIPHER_CTX, decltype(&EVP_CIPHER_CTX_free)> ctx(EVP_CIPHER_CTX_new(),
                                                                       &EVP_CIPHER_CTX_free);
-  if (!ctx || EVP_CipherInit_ex(ctx.get(), cipher, nullptr, key, cbc ? iv : nullptr,
-                                encrypt ? 1 : 0) != 1 ||
+  if (!ctx ||
+      EVP_CipherInit_ex(ctx.get(), cipher, nullptr, key, cbc ? iv : nullptr, encrypt ? 1 : 0) !=
+          1 ||
       EVP_CIPHER_CTX_set_padding(ctx.get(), pkcs7 ? 1 : 0) != 1) {
     throw std::runtime_error("EVP_CipherInit_ex");
   }
