@@ -22,7 +22,7 @@ int OX_BASE_System(const std::vector<std::string>& argv, std::string* output);
 int OX_BASE_ProcessCmd(const std::vector<std::string>& argv, const std::string& input = "",
                        const std::string& workDir = "");
 
-// Parses a dotted IPv4 text ("a.b.c.d", each part 0..255, decimal, no
+// Parses a dotted IPv4 text ("a.b.c.d", four decimal numbers 0..255, no
 // surrounding blanks). Returns 0 and the address in host byte order, or -1.
 int OX_BASE_ParseIp4(const char* text, unsigned int* address);
 
