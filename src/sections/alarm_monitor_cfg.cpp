@@ -29,8 +29,7 @@ int CAlarmMonitorCfg::loadFile() try {
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 0;
-  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("AlarmMonitor") || !xml.IntoElem()) return 0;
+  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return 0;
   if (!xml.FindElem("Enable")) return 0;
   m_cfg.enable = std::strcmp(xml.GetData(), "1") == 0 ? 1 : 0;
   if (!xml.FindElem("token")) return 0;
@@ -96,8 +95,7 @@ int CAlarmMonitorCfg::updateFile() try {
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 0;
-  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("AlarmMonitor") || !xml.IntoElem()) return 0;
+  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return 0;
   if (xml.ModifyData("Enable", m_cfg.enable ? "1" : "0") != 1) return 0;
   if (xml.ModifyData("token", m_cfg.token) != 1) return 0;
   xml.OutOfElem();

@@ -63,8 +63,7 @@ int CBasicCfg::loadFile() try {
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 0;
-  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("BasicInfo") || !xml.IntoElem()) return 0;
+  if (!xmlWalk(xml, {"Config", "BasicInfo"}) || !xml.IntoElem()) return 0;
 
   if (!xml.FindElem("ProductForm")) return 0;
   m_productForm = static_cast<uint8_t>(OSL_Atoi32(xml.GetData()));

@@ -31,8 +31,7 @@ int CQAPICfg::loadFile() try {
     OXLOG(5, "[%s(%d)] QAPIConfig.xml file is not exist");
     return 0;
   }
-  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("QAPIConfig") || !xml.IntoElem()) return 0;
+  if (!xmlWalk(xml, {"Config", "QAPIConfig"}) || !xml.IntoElem()) return 0;
   if (!xml.FindElem("Enable")) return 0;
   m_enable.store(OSL_Atoi32(xml.GetData()));
   if (!xml.FindElem("Mode")) return 0;
