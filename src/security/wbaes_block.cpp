@@ -15,6 +15,8 @@
 
 #include <cstring>
 
+#include <string.h>  // explicit_bzero
+
 #include <openssl/crypto.h>
 
 namespace OxConfigMgr {
@@ -156,9 +158,9 @@ void BlockPortable(const WbAesDirTables& t, const PreparedKey& k, const std::uin
 }  // namespace
 
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
-                std::size_t blocks, PreparedKey* key) {
+                PreparedKey* key) {
   key->rounds = rounds;
-  key->hasRows = false;
+  key->derived = nullptr;
   for (int j = 0; j <= rounds; ++j) {
     for (int p = 0; p < 16; ++p) {
       const std::uint8_t kb = roundKeys[16 * j + p];
@@ -167,15 +169,25 @@ void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int
     }
   }
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  // A lone block is cheaper with gathers than with the rows' set-up.
-  if (blocks > 1 && CpuHasAvx512Engine()) BuildRowsAvx512(tables, key);
+  if (CpuHasAvx512Engine()) PrepareAvx512(tables, key);
 #else
   (void)tables;
-  (void)blocks;
 #endif
 }
 
-void WipePreparedKey(PreparedKey* key) { OPENSSL_cleanse(key, sizeof *key); }
+void WipePreparedKey(PreparedKey* key) {
+  // Some 10 KiB per call: explicit_bzero runs at memset speed where
+  // OPENSSL_cleanse goes byte by byte, and the compiler may not drop it
+  // either.
+  explicit_bzero(key->hiOffset, sizeof key->hiOffset);
+  explicit_bzero(key->loOffset, sizeof key->loOffset);
+  explicit_bzero(key->rows, sizeof key->rows);
+}
+
+#ifndef OXCFG_WBAES_HAVE_AVX512
+// Without the vector engine no derived tables are ever made.
+void DerivedTablesDeleter::operator()(DerivedTables*) const {}
+#endif
 
 bool EngineAvailable(Engine engine) {
   switch (engine) {
@@ -209,12 +221,33 @@ void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKe
   }
 }
 
+void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const std::uint8_t* iv,
+                   const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
+#ifdef OXCFG_WBAES_HAVE_AVX512
+  if (engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine())) {
+    EncipherChainAvx512(tables, key, iv, in, out, blocks);
+    return;
+  }
+#endif
+  (void)engine;
+  std::uint8_t block[kBlockSize];
+  const std::uint8_t* chain = iv;
+  for (std::size_t b = 0; b < blocks; ++b) {
+    for (std::size_t i = 0; i < kBlockSize; ++i) {
+      block[i] = static_cast<std::uint8_t>(in[16 * b + i] ^ chain[i]);
+    }
+    BlockPortable<false>(tables, key, block, out + 16 * b);
+    chain = out + 16 * b;
+  }
+  OPENSSL_cleanse(block, sizeof block);
+}
+
 int ProcessBlock(const WbAesDirTables& tables, bool decipher, const std::uint8_t* in,
                  const std::uint8_t* roundKeys, int rounds, std::uint8_t* out) {
   if (in == nullptr || roundKeys == nullptr || out == nullptr) return kErrNullPointer;
   if (rounds < 1 || rounds > static_cast<int>(kMaxRounds)) return kErrKeySize;
   PreparedKey key;
-  PrepareKey(tables, roundKeys, rounds, 1, &key);
+  PrepareKey(tables, roundKeys, rounds, &key);
   ProcessBlocks(tables, decipher, key, in, out, 1);
   WipePreparedKey(&key);
   return kOk;

@@ -9,19 +9,22 @@
 //    (vpshufb) for the key rows and table I, 128 entries (vpermi2b) for each
 //    packed nibble table of IV and each half of tables III (de-interleaved by
 //    output byte, once per call) and V.
-//  - A lone block (CBC enciphering is a chain) keeps the 16 positions in the
-//    lanes of one vector; its lookups are gathers, one lane per position,
-//    except key mixing, which reads the per-call key rows in registers.
+//  - A single block (CBC enciphering is a chain) goes through tables III
+//    and IV fused in advance (FusedTables): one 64-byte load per position
+//    and round brings every table IV line that the position's partials
+//    select, and the three combining steps become in-register 16-entry
+//    lookups (vpshufb), one 128-bit lane per output. Key mixing reads the
+//    per-call key rows the same way. The state travels between rounds
+//    through a small stack buffer, whose bytes address the next loads.
 //
-// Table reads by gather use aligned 32-bit words, so no read reaches past a
-// table's end; the wanted byte is shifted down within its word. Nothing
-// branches on data.
+// Nothing branches on data.
 #include "security/wbaes_block.h"
 
 #ifdef OXCFG_WBAES_HAVE_AVX512
 
 #include <cstdint>
 #include <cstring>
+#include <memory>
 
 // GCC 12 reports its own intrinsics' deliberately undefined start values as
 // uninitialised when they are inlined into target-attribute functions.
@@ -38,10 +41,9 @@ namespace OxConfigMgr {
 namespace wbaes {
 namespace {
 
-// From this many blocks on, one sliced batch (cost independent of how many
-// of its 64 lanes are used, about that of four single blocks here) beats
-// that many single-block runs.
-constexpr std::size_t kSlicedThreshold = 5;
+// From this many blocks on, one sliced batch (its cost does not depend on
+// how many of its 64 lanes are used) beats that many single blocks.
+constexpr std::size_t kSlicedThreshold = 16;
 constexpr std::size_t kLanes = 64;
 
 constexpr int Source(bool decipher, int p) {
@@ -56,57 +58,6 @@ struct alignas(64) Lanes32 {
 struct alignas(64) Lanes8 {
   std::uint8_t v[64];
 };
-
-constexpr Lanes32 PositionTimes(std::uint32_t scale) {
-  Lanes32 l{};
-  for (int p = 0; p < 16; ++p) l.v[p] = scale * static_cast<std::uint32_t>(p);
-  return l;
-}
-
-// 32-bit word offset in table IV of the combining tables of step s for
-// output q = Source(L) in lane L (shifted lane order, see LaneOrder).
-constexpr Lanes32 StepBase(bool decipher, int s) {
-  Lanes32 l{};
-  for (int lane = 0; lane < 16; ++lane) {
-    l.v[lane] = 64u * static_cast<std::uint32_t>(3 * Source(decipher, lane) + s);
-  }
-  return l;
-}
-
-// Position p takes the lane of Source(p) (the row shift).
-constexpr Lanes32 RowShift(bool decipher) {
-  Lanes32 l{};
-  for (int p = 0; p < 16; ++p) l.v[p] = static_cast<std::uint32_t>(Source(decipher, p));
-  return l;
-}
-
-// Column order <-> row order of a 16-byte block (a 4 x 4 transposition, its
-// own inverse), in every 16-byte lane.
-constexpr Lanes8 Transpose4x4() {
-  Lanes8 l{};
-  for (int i = 0; i < 64; ++i) l.v[i] = static_cast<std::uint8_t>(4 * (i & 3) + ((i >> 2) & 3));
-  return l;
-}
-
-// Table III gives, in lane p = 4r + c, the four partials of position (r, c)
-// (byte i for output row i). Partial k of output q = 4i + c is therefore
-// byte i of lane 4k + c; for outputs in shifted lane order (see LaneOrder),
-// lane L fetches lane PartialLane(k, L) and shifts it right by
-// PartialShift(L) bits.
-constexpr Lanes32 PartialLane(bool decipher, int k) {
-  Lanes32 l{};
-  for (int lane = 0; lane < 16; ++lane) {
-    l.v[lane] = static_cast<std::uint32_t>(4 * k + (Source(decipher, lane) & 3));
-  }
-  return l;
-}
-constexpr Lanes32 PartialShift(bool decipher) {
-  Lanes32 l{};
-  for (int lane = 0; lane < 16; ++lane) {
-    l.v[lane] = static_cast<std::uint32_t>(8 * (Source(decipher, lane) >> 2));
-  }
-  return l;
-}
 
 // Four blocks in a vector (block-major) -> byte-major: byte 4j + t is byte j
 // of block t. And its inverse.
@@ -143,251 +94,230 @@ constexpr TransposeIndex MakeTransposeIndex() {
   return t;
 }
 
-// Row-building indices: lanes 0..15 select entry a * 16 + high nibble, lanes
-// 16..31 entry a * 16 + low nibble (a = lane & 15), before the key is added.
-constexpr Lanes8 RowIndexBase() {
-  Lanes8 l{};
-  for (int i = 0; i < 32; ++i) l.v[i] = static_cast<std::uint8_t>(16 * (i & 15));
-  return l;
-}
-
-constexpr Lanes32 kPos16 = PositionTimes(16);
-constexpr Lanes32 kPos256 = PositionTimes(256);
-constexpr Lanes32 kStep4Enc[3] = {StepBase(false, 0), StepBase(false, 1), StepBase(false, 2)};
-constexpr Lanes32 kStep4Dec[3] = {StepBase(true, 0), StepBase(true, 1), StepBase(true, 2)};
-constexpr Lanes32 kShiftEnc32 = RowShift(false);
-constexpr Lanes32 kShiftDec32 = RowShift(true);
-constexpr Lanes8 kTranspose4x4 = Transpose4x4();
-constexpr Lanes32 kPartialLaneEnc[4] = {PartialLane(false, 0), PartialLane(false, 1),
-                                        PartialLane(false, 2), PartialLane(false, 3)};
-constexpr Lanes32 kPartialLaneDec[4] = {PartialLane(true, 0), PartialLane(true, 1),
-                                        PartialLane(true, 2), PartialLane(true, 3)};
-constexpr Lanes32 kPartialShiftEnc = PartialShift(false);
-constexpr Lanes32 kPartialShiftDec = PartialShift(true);
 constexpr Lanes8 kToByteMajor = ToByteMajor();
 constexpr Lanes8 kToBlockMajor = ToBlockMajor();
 constexpr TransposeIndex kTranspose16 = MakeTransposeIndex();
-constexpr Lanes8 kRowIndexBase = RowIndexBase();
 
 OXCFG_WBAES_AVX512 inline __m512i Load(const void* p) { return _mm512_load_si512(p); }
 OXCFG_WBAES_AVX512 inline __m512i LoadU(const void* p) { return _mm512_loadu_si512(p); }
-OXCFG_WBAES_AVX512 inline __m512i Set32(int v) { return _mm512_set1_epi32(v); }
 OXCFG_WBAES_AVX512 inline __m512i Set8(int v) { return _mm512_set1_epi8(static_cast<char>(v)); }
-OXCFG_WBAES_AVX512 inline __m128i Load128(const void* p) {
-  return _mm_load_si128(static_cast<const __m128i*>(p));
-}
 
-// ---- per-call key rows ---------------------------------------------------------
+}  // namespace
 
-OXCFG_WBAES_AVX512 void BuildRows(const WbAesDirTables& t, PreparedKey* key) {
-  const __m512i base = Load(kRowIndexBase.v);
-  for (int j = 0; j <= key->rounds; ++j) {
-    const std::uint8_t* table = j < key->rounds ? t.II : t.VI;
-    for (int p = 0; p < 16; ++p) {
-      const std::uint8_t* row = table + 256 * p;
-      // Lanes 0..15: + high key nibble, lanes 16..31: + low key nibble.
-      const __m512i nibbles =
-          _mm512_mask_blend_epi8(0xFFFF0000ull, Set8(static_cast<int>(key->hiOffset[j][p] & 15)),
-                                 Set8(static_cast<int>(key->loOffset[j][p] & 15)));
-      const __m512i idx = _mm512_add_epi8(base, nibbles);
-      const __m512i low = _mm512_permutex2var_epi8(LoadU(row), idx, LoadU(row + 64));
-      const __m512i high = _mm512_permutex2var_epi8(LoadU(row + 128), idx, LoadU(row + 192));
-      // Entries a * 16 + k with a >= 8 lie in the upper 128 bytes.
-      const __m512i v = _mm512_mask_blend_epi8(0xFF00FF00ull, low, high);
-      const __m512i hiPart = _mm512_and_si512(v, Set8(0xF0));
-      const __m512i loPart = _mm512_and_si512(_mm512_srli_epi16(v, 4), Set8(0x0F));
-      const __m512i rows = _mm512_mask_blend_epi8(0xFFFF0000ull, hiPart, loPart);
-      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][0][p]), _mm512_castsi512_si128(rows));
-      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][1][p]),
-                      _mm512_extracti32x4_epi32(rows, 1));
-    }
-  }
-  key->hasRows = true;
-}
+// ---- derived tables -------------------------------------------------------------------
 
-// ---- single block: positions in lanes, gathers ------------------------------------
-
-// Byte `idx` of `base` in each 32-bit lane, in bits 0..7 (bits above are
-// garbage from the neighbouring bytes of the same word), shifted right by
-// `extra` more bits.
-OXCFG_WBAES_AVX512 inline __m512i GatherByte(const std::uint8_t* base, __m512i idx, __m512i extra) {
-  const __m512i word = _mm512_i32gather_epi32(_mm512_srli_epi32(idx, 2), base, 4);
-  const __m512i shift =
-      _mm512_add_epi32(_mm512_slli_epi32(_mm512_and_si512(idx, Set32(3)), 3), extra);
-  return _mm512_srlv_epi32(word, shift);
-}
-
-OXCFG_WBAES_AVX512 inline __m512i GatherByte(const std::uint8_t* base, __m512i idx) {
-  const __m512i word = _mm512_i32gather_epi32(_mm512_srli_epi32(idx, 2), base, 4);
-  return _mm512_srlv_epi32(word, _mm512_slli_epi32(_mm512_and_si512(idx, Set32(3)), 3));
-}
-
-// Lane orders of the single-block path. "Natural": lane p holds position p.
-// "Shifted": lane L holds position Source(L), that is, the byte that the row
-// shift moves to position L. Table IV's outputs are computed in shifted
-// order, so the state leaves key mixing already row-shifted and no
-// permutation stands on the chain between rounds.
-struct LaneOrder {
-  __m512i pos16;    // 16 * position: the key rows' line of each lane
-  __mmask64 upper;  // byte 0 of the lanes whose position is 8..15
-  bool shifted;
-};
-
-// Key mixing of the 16 positions, each lane holding the state byte's high
-// nibble (ah) and low nibble (al) in its low 4 bits (bits above ignored).
-// Returns the mixed byte in bits 0..7 of each lane, OR-ed with `orWith`
-// (whose low 8 bits must be zero). With key rows: the rows of round key j
-// are two 256-byte tables indexed by 16 * position + nibble, looked up in
-// registers (byte 0 of each 32-bit lane carries the index; the other bytes
-// are zeroed). Without: gathers from table II/VI itself.
-OXCFG_WBAES_AVX512 inline __m512i KeyMix(const std::uint8_t* table, const PreparedKey& k, int j,
-                                         const LaneOrder& order, const __m512i& shiftRows,
-                                         __m512i ah, __m512i al, __m512i orWith) {
-  if (k.hasRows) {
-    // pos16 | (nibble & 15)
-    const __m512i idxHi = _mm512_ternarylogic_epi32(order.pos16, ah, Set32(15), 0xF8);
-    const __m512i idxLo = _mm512_ternarylogic_epi32(order.pos16, al, Set32(15), 0xF8);
-    const std::uint8_t* hiRows = &k.rows[j][0][0][0];
-    const std::uint8_t* loRows = &k.rows[j][1][0][0];
-    constexpr __mmask64 kByte0 = 0x1111111111111111ull;
-    // Lanes whose position is 8..15 index the upper 128 bytes.
-    const __m512i hi = _mm512_mask_blend_epi8(
-        order.upper, _mm512_maskz_permutex2var_epi8(kByte0, Load(hiRows), idxHi, Load(hiRows + 64)),
-        _mm512_maskz_permutex2var_epi8(kByte0, Load(hiRows + 128), idxHi, Load(hiRows + 192)));
-    const __m512i lo = _mm512_mask_blend_epi8(
-        order.upper, _mm512_maskz_permutex2var_epi8(kByte0, Load(loRows), idxLo, Load(loRows + 64)),
-        _mm512_maskz_permutex2var_epi8(kByte0, Load(loRows + 128), idxLo, Load(loRows + 192)));
-    return _mm512_ternarylogic_epi32(hi, lo, orWith, 0xFE);  // hi | lo | orWith
-  }
-  __m512i hiOff = Load(k.hiOffset[j]);
-  __m512i loOff = Load(k.loOffset[j]);
-  if (order.shifted) {
-    hiOff = _mm512_permutexvar_epi32(shiftRows, hiOff);
-    loOff = _mm512_permutexvar_epi32(shiftRows, loOff);
-  }
-  const __m512i hiIdx =
-      _mm512_add_epi32(hiOff, _mm512_slli_epi32(_mm512_and_si512(ah, Set32(15)), 4));
-  const __m512i loIdx =
-      _mm512_add_epi32(loOff, _mm512_slli_epi32(_mm512_and_si512(al, Set32(15)), 4));
-  const __m512i hi = _mm512_and_si512(GatherByte(table, hiIdx), Set32(0xF0));
-  const __m512i lo = _mm512_and_si512(GatherByte(table, loIdx, Set32(4)), Set32(0x0F));
-  return _mm512_ternarylogic_epi32(hi, lo, orWith, 0xFE);
-}
-
-// One combining step of table IV for all 16 outputs. `acc` holds the column
-// argument in its low 4 bits (bits above are ignored); `line` is the 32-bit
-// word index of the packed table line the row nibble selects (a multiple of
-// 4, so the accumulator's word offset can be OR-ed in), `sel` 4 when the row
-// nibble is 8 or more (the result is then the high nibble of the packed
-// byte). Returns the new accumulator in bits 0..3, garbage above, so that
-// only three operations stand between one gather and the next.
-OXCFG_WBAES_AVX512 inline __m512i XorStep(const std::uint8_t* table, __m512i line, __m512i sel,
-                                          __m512i acc) {
-  // line | ((acc >> 2) & 3)
-  const __m512i word = _mm512_ternarylogic_epi32(line, _mm512_srli_epi32(acc, 2), Set32(3), 0xF8);
-  const __m512i shift =
-      _mm512_add_epi32(_mm512_slli_epi32(_mm512_and_si512(acc, Set32(3)), 3), sel);
-  return _mm512_srlv_epi32(_mm512_i32gather_epi32(word, table, 4), shift);
-}
-
-OXCFG_WBAES_AVX512 inline __m512i Partial(__m512i w, const Lanes32& lane, __m512i shift) {
-  return _mm512_srlv_epi32(_mm512_permutexvar_epi32(Load(lane.v), w), shift);
-}
-
-template <bool kDecipher>
-OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& k,
-                                    const std::uint8_t* in, std::uint8_t* out) {
-  const __m128i transpose = Load128(kTranspose4x4.v);
-  const __m512i shiftRows = Load(kDecipher ? kShiftDec32.v : kShiftEnc32.v);
-  const __m512i pos16 = Load(kPos16.v);
-  const __m512i pos16Shifted = _mm512_permutexvar_epi32(shiftRows, pos16);
-  const LaneOrder natural = {pos16, _mm512_movepi8_mask(pos16), false};
-  const LaneOrder shifted = {pos16Shifted, _mm512_movepi8_mask(pos16Shifted), true};
-  const __m512i pos256 = Load(kPos256.v);
-  const Lanes32* partialLane = kDecipher ? kPartialLaneDec : kPartialLaneEnc;
-  const __m512i partialShift = Load(kDecipher ? kPartialShiftDec.v : kPartialShiftEnc.v);
-  const Lanes32* steps = kDecipher ? kStep4Dec : kStep4Enc;
-  const __m512i nib = Set32(15);
-
-  __m512i ah, al;
-  {
-    const __m512i b = _mm512_cvtepu8_epi32(
-        _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(in)), transpose));
-    const __m512i hi = GatherByte(t.I, _mm512_add_epi32(natural.pos16, _mm512_srli_epi32(b, 4)));
-    const __m512i lo = GatherByte(t.I, _mm512_add_epi32(natural.pos16, _mm512_and_si512(b, nib)));
-    const __m512i s =
-        _mm512_permutexvar_epi32(shiftRows, _mm512_xor_si512(_mm512_slli_epi32(hi, 4), lo));
-    ah = _mm512_srli_epi32(s, 4);
-    al = s;
-  }
-
-  const int rounds = k.rounds;
-  for (int j = 0; j + 1 < rounds; ++j) {
-    // Lane L: table III entry of position L after the row shift.
-    const __m512i w =
-        _mm512_i32gather_epi32(KeyMix(t.II, k, j, shifted, shiftRows, ah, al, pos256), t.III, 4);
-    // Partial k of each output in bits 0..7 of its lane, garbage above
-    // (every use below masks the bits it needs).
-    const __m512i y0 = Partial(w, partialLane[0], partialShift);
-    const __m512i y[3] = {Partial(w, partialLane[1], partialShift),
-                          Partial(w, partialLane[2], partialShift),
-                          Partial(w, partialLane[3], partialShift)};
-    ah = _mm512_srli_epi32(y0, 4);
-    al = y0;
-    for (int st = 0; st < 3; ++st) {
-      // Partial st + 1 is do_xor's row argument: bits 4..6 of its nibble
-      // pick the table line, bit 7 the half of the packed byte.
-      const __m512i yk = y[st];
-      // Step base / 4 plus ((row nibble & 7) * 16) / 4.
-      const __m512i base = Load(steps[st].v);
-      const __m512i hiLine =
-          _mm512_add_epi32(base, _mm512_and_si512(_mm512_srli_epi32(yk, 2), Set32(0x1C)));
-      const __m512i loLine =
-          _mm512_add_epi32(_mm512_add_epi32(base, Set32(32)),
-                           _mm512_and_si512(_mm512_slli_epi32(yk, 2), Set32(0x1C)));
-      const __m512i hiSel = _mm512_and_si512(_mm512_srli_epi32(yk, 5), Set32(4));
-      const __m512i loSel = _mm512_and_si512(_mm512_srli_epi32(yk, 1), Set32(4));
-      ah = XorStep(t.IV, hiLine, hiSel, ah);
-      al = XorStep(t.IV, loLine, loSel, al);
-    }
-  }
-
-  const __m512i x = KeyMix(t.II, k, rounds - 1, shifted, shiftRows, ah, al, pos256);
-  const __m512i v = GatherByte(t.V, x);  // position L after the row shift
-  const __m512i o = KeyMix(t.VI, k, rounds, natural, shiftRows, _mm512_srli_epi32(v, 4), v,
-                           _mm512_setzero_si512());
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(out),
-                   _mm_shuffle_epi8(_mm512_cvtepi32_epi8(o), transpose));
-}
-
-// ---- block-sliced: one block per byte lane -----------------------------------------
-
-// Table III split by output byte: third[p][i][x] = III[p][x][i], so that each
-// (position, output byte) is a contiguous 256-byte table.
-struct SlicedTables {
+// Single blocks: tables III and IV fused. Output q = 4i + c of table IV
+// starts from partial 0 and is combined with partials 1..3, each a byte of
+// table III's entry at position (r, c) for the byte x that position looks
+// up. A partial fixes, as do_xor's row argument, one 16-entry line of the
+// step's packed nibble table for the high nibbles and one for the low
+// nibbles, so each step is a 16-entry lookup by the accumulator nibble.
+// Lines are stored biased: entry b of output row i holds 16i + result,
+// which is directly the index of the same output's line in the next 64-byte
+// table (vpermb), so steps compose without arithmetic.
+//  lines[p - 4][x][half]: for position p = 4r + c, r >= 1: bytes 16i..16i+15
+//      = the biased line of step r - 1 of output (i, c), half 0 for the high
+//      nibbles, 1 for the low ones.
+//  start[c][x]: byte i = 16i + high nibble, byte 4 + i = 16i + low nibble of
+//      partial 0 of output (i, c) (table III at position (0, c)).
+// Runs of blocks: third[p][i][x] = III[p][x][i], each (position, output
+// byte) a contiguous 256-byte table.
+// Key rows: keyLines[0 for II, 1 for VI][p][k][a] = entry a * 16 + k of
+// position p's table, so that the row a key nibble selects is 16 contiguous
+// bytes.
+struct DerivedTables {
+  alignas(64) std::uint8_t lines[12][256][2][64];
+  alignas(64) std::uint8_t start[4][256][8];
   alignas(64) std::uint8_t third[16][4][256];
+  alignas(64) std::uint8_t keyLines[2][16][16][16];
 };
 
-OXCFG_WBAES_AVX512 void SplitTableIII(const std::uint8_t* III, SlicedTables* st) {
-  // For 32 consecutive entries (128 bytes), byte i of entry e sits at 4e + i.
-  alignas(64) std::uint8_t pick[4][64];
-  for (int i = 0; i < 4; ++i) {
-    for (int e = 0; e < 64; ++e) pick[i][e] = static_cast<std::uint8_t>(4 * (e & 31) + i);
+void DerivedTablesDeleter::operator()(DerivedTables* d) const { delete d; }
+
+namespace {
+
+void BuildDerived(const WbAesDirTables& t, DerivedTables* d) {
+  // results[q][step][half][a][b] = do_xor(a, b) on the packed table of
+  // output q, step `step`, nibble half `half`.
+  struct Results {
+    std::uint8_t v[16][3][2][16][16];
+  };
+  const std::unique_ptr<Results> res(new Results);
+  for (int q = 0; q < 16; ++q) {
+    for (int st = 0; st < 3; ++st) {
+      for (int half = 0; half < 2; ++half) {
+        const std::uint8_t* packed = t.IV + 256 * (3 * q + st) + 128 * half;
+        for (int a = 0; a < 16; ++a) {
+          for (int b = 0; b < 16; ++b) {
+            res->v[q][st][half][a][b] =
+                do_xor(static_cast<std::uint8_t>(a), static_cast<std::uint8_t>(b), packed);
+          }
+        }
+      }
+    }
+  }
+  for (int x = 0; x < 256; ++x) {
+    for (int p = 0; p < 16; ++p) {
+      const int r = p >> 2;
+      const int c = p & 3;
+      for (int i = 0; i < 4; ++i) {
+        const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
+        const std::uint8_t bias = static_cast<std::uint8_t>(16 * i);
+        if (r == 0) {
+          d->start[c][x][i] = static_cast<std::uint8_t>(bias + (partial >> 4));
+          d->start[c][x][4 + i] = static_cast<std::uint8_t>(bias + (partial & 15));
+          continue;
+        }
+        const int q = 4 * i + c;
+        const int nibble[2] = {partial >> 4, partial & 15};
+        for (int half = 0; half < 2; ++half) {
+          const std::uint8_t* line = res->v[q][r - 1][half][nibble[half]];
+          std::uint8_t* dst = &d->lines[p - 4][x][half][16 * i];
+          for (int b = 0; b < 16; ++b) dst[b] = static_cast<std::uint8_t>(bias + line[b]);
+        }
+      }
+    }
   }
   for (int p = 0; p < 16; ++p) {
-    const std::uint8_t* src = III + 1024 * p;
-    for (int i = 0; i < 4; ++i) {
-      const __m512i idx = Load(pick[i]);
-      for (int o = 0; o < 4; ++o) {
-        const std::uint8_t* chunk = src + 256 * o;  // entries 64o .. 64o + 63
-        const __m512i a = _mm512_permutex2var_epi8(LoadU(chunk), idx, LoadU(chunk + 64));
-        const __m512i b = _mm512_permutex2var_epi8(LoadU(chunk + 128), idx, LoadU(chunk + 192));
-        _mm512_store_si512(&st->third[p][i][64 * o],
-                           _mm512_mask_blend_epi8(0xFFFFFFFF00000000ull, a, b));
+    for (int x = 0; x < 256; ++x) {
+      for (int i = 0; i < 4; ++i) d->third[p][i][x] = t.III[1024 * p + 4 * x + i];
+    }
+    for (int k = 0; k < 16; ++k) {
+      for (int a = 0; a < 16; ++a) {
+        d->keyLines[0][p][k][a] = t.II[256 * p + 16 * a + k];
+        d->keyLines[1][p][k][a] = t.VI[256 * p + 16 * a + k];
       }
     }
   }
 }
+
+// The linked-in set's derived tables are built once per process and
+// direction, on first use; the table pointers identify the set because its
+// tables are immutable static data.
+const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
+  auto build = [](const WbAesDirTables& tables) {
+    DerivedTables* d = new DerivedTables;
+    BuildDerived(tables, d);
+    return d;
+  };
+  auto same = [&t](const WbAesDirTables& o) {
+    return t.I == o.I && t.II == o.II && t.III == o.III && t.IV == o.IV && t.V == o.V &&
+           t.VI == o.VI;
+  };
+  if (same(kProductionTables.enc)) {
+    static const DerivedTables* const enc = build(kProductionTables.enc);
+    return enc;
+  }
+  if (same(kProductionTables.dec)) {
+    static const DerivedTables* const dec = build(kProductionTables.dec);
+    return dec;
+  }
+  return nullptr;
+}
+
+// ---- per-call key rows --------------------------------------------------------------
+
+OXCFG_WBAES_AVX512 void BuildRows(const DerivedTables& d, PreparedKey* key) {
+  const __m128i high = _mm_set1_epi8(static_cast<char>(0xF0));
+  const __m128i low = _mm_set1_epi8(0x0F);
+  for (int j = 0; j <= key->rounds; ++j) {
+    const int table = j < key->rounds ? 0 : 1;
+    for (int p = 0; p < 16; ++p) {
+      const __m128i hi = _mm_loadu_si128(
+          reinterpret_cast<const __m128i*>(d.keyLines[table][p][key->hiOffset[j][p] & 15]));
+      const __m128i lo = _mm_loadu_si128(
+          reinterpret_cast<const __m128i*>(d.keyLines[table][p][key->loOffset[j][p] & 15]));
+      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][0][RowSlot(p)]),
+                      _mm_and_si128(hi, high));
+      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][1][RowSlot(p)]),
+                      _mm_and_si128(_mm_srli_epi16(lo, 4), low));
+    }
+  }
+}
+
+// ---- single block ---------------------------------------------------------------------
+
+// Where SingleBlock keeps position p's key-mixed byte: column by column, as
+// each column's four outputs come out of one vector.
+constexpr int StateAt(int p) { return 4 * (p & 3) + (p >> 2); }
+
+template <bool kDecipher>
+constexpr int SourceAt(int p) {
+  return StateAt(Source(kDecipher, p));
+}
+
+inline std::uint8_t KeyMixByte(const PreparedKey& k, int j, int p, std::uint32_t s) {
+  const int slot = RowSlot(p);
+  return static_cast<std::uint8_t>(k.rows[j][0][slot][s >> 4] | k.rows[j][1][slot][s & 15]);
+}
+
+// vpermb: byte k of the result is table[idx[k] & 63].
+OXCFG_WBAES_AVX512 inline __m512i Lookup64(__m512i idx, __m512i table) {
+  return _mm512_permutexvar_epi8(idx, table);
+}
+
+OXCFG_WBAES_AVX512 inline __m512i Load32(const std::uint8_t* p) {
+  std::uint32_t v;
+  std::memcpy(&v, p, sizeof v);
+  return _mm512_castsi128_si512(_mm_cvtsi32_si128(static_cast<int>(v)));
+}
+
+// One block; with kChained, the block enciphered is in XOR chain.
+template <bool kDecipher, bool kChained>
+OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& k,
+                                    const std::uint8_t* in, const std::uint8_t* chain,
+                                    std::uint8_t* out) {
+  const DerivedTables& f = *k.derived;
+  // Key-mixed state of the round being computed and of the next one.
+  alignas(16) std::uint8_t state[2][16];
+#pragma GCC unroll 16
+  for (int p = 0; p < 16; ++p) {
+    const int at = (p >> 2) + 4 * (p & 3);
+    const std::uint32_t b = kChained ? in[at] ^ chain[at] : in[at];
+    const std::uint8_t* T = t.I + 16 * p;
+    const std::uint32_t s = ((static_cast<std::uint32_t>(T[b >> 4]) << 4) ^ T[b & 15]) & 0xFF;
+    state[0][StateAt(p)] = KeyMixByte(k, 0, p, s);
+  }
+
+  const int rounds = k.rounds;
+  int cur = 0;
+  for (int j = 0; j + 1 < rounds; ++j) {
+    const std::uint8_t* x = state[cur];
+    std::uint8_t* next = state[cur ^ 1];
+#pragma GCC unroll 4
+    for (int c = 0; c < 4; ++c) {
+      // Per nibble half, the three combining steps of column c's outputs
+      // and the next round's key mixing compose into one 16-entry function
+      // per output (key rows last; they yield the key-mixed byte's half in
+      // place). Composing as (K o L3) o (L2 o L1) keeps two lookups between
+      // the loads and the result; the start value is looked up last.
+      const std::uint8_t(&l1)[2][64] = f.lines[4 + c - 4][x[SourceAt<kDecipher>(4 + c)]];
+      const std::uint8_t(&l2)[2][64] = f.lines[8 + c - 4][x[SourceAt<kDecipher>(8 + c)]];
+      const std::uint8_t(&l3)[2][64] = f.lines[12 + c - 4][x[SourceAt<kDecipher>(12 + c)]];
+      const std::uint8_t* st = f.start[c][x[SourceAt<kDecipher>(c)]];
+      __m512i half[2];
+#pragma GCC unroll 2
+      for (int h = 0; h < 2; ++h) {
+        const __m512i keyed = Lookup64(Load(l3[h]), Load(k.rows[j + 1][h][4 * c]));
+        const __m512i first = Lookup64(Load(l1[h]), Load(l2[h]));
+        half[h] = Lookup64(Load32(st + 4 * h), Lookup64(first, keyed));
+      }
+      const int mixed =
+          _mm_cvtsi128_si32(_mm_or_si128(_mm512_castsi512_si128(half[0]), _mm512_castsi512_si128(half[1])));
+      std::memcpy(next + 4 * c, &mixed, sizeof mixed);
+    }
+    cur ^= 1;
+  }
+
+  const std::uint8_t* x = state[cur];
+#pragma GCC unroll 16
+  for (int p = 0; p < 16; ++p) {
+    const std::uint32_t v = t.V[256 * p + x[SourceAt<kDecipher>(p)]];
+    out[(p >> 2) + 4 * (p & 3)] = KeyMixByte(k, rounds, p, v);
+  }
+}
+
+// ---- block-sliced: one block per byte lane -----------------------------------------
 
 // 16-entry table (low 4 bits of each lane) in every 128-bit lane.
 OXCFG_WBAES_AVX512 inline __m512i Table16(const std::uint8_t* t) {
@@ -407,8 +337,9 @@ OXCFG_WBAES_AVX512 inline __m512i HighNibble(__m512i v) {
 
 // Key mixing of one position across all lanes through the key rows.
 OXCFG_WBAES_AVX512 inline __m512i KeyMixSliced(const PreparedKey& k, int j, int p, __m512i s) {
-  const __m512i hi = _mm512_shuffle_epi8(Table16(k.rows[j][0][p]), HighNibble(s));
-  const __m512i lo = _mm512_shuffle_epi8(Table16(k.rows[j][1][p]), _mm512_and_si512(s, Set8(0x0F)));
+  const __m512i hi = _mm512_shuffle_epi8(Table16(k.rows[j][0][RowSlot(p)]), HighNibble(s));
+  const __m512i lo =
+      _mm512_shuffle_epi8(Table16(k.rows[j][1][RowSlot(p)]), _mm512_and_si512(s, Set8(0x0F)));
   return _mm512_or_si512(hi, lo);
 }
 
@@ -441,7 +372,7 @@ OXCFG_WBAES_AVX512 inline void Transpose16(__m512i* v) {
 
 template <bool kDecipher>
 OXCFG_WBAES_AVX512 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
-                               const SlicedTables& st, const std::uint8_t* in, std::uint8_t* out,
+                               const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
                                std::size_t blocks) {
   const std::size_t bytes = 16 * blocks;
   auto laneMask = [bytes](int m) -> __mmask64 {
@@ -480,7 +411,7 @@ OXCFG_WBAES_AVX512 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
         __m512i y[4];
         for (int r = 0; r < 4; ++r) {
           const int p = 4 * r + c;
-          y[r] = Lookup256(st.third[p][i], x[Source(kDecipher, p)]);
+          y[r] = Lookup256(d.third[p][i], x[Source(kDecipher, p)]);
         }
         const std::uint8_t* iv = t.IV + 256 * 3 * q;
         __m512i ah = HighNibble(y[0]);
@@ -512,20 +443,18 @@ OXCFG_WBAES_AVX512 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
 template <bool kDecipher>
 OXCFG_WBAES_AVX512 void Run(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
                             std::uint8_t* out, std::size_t blocks) {
-  if (blocks >= kSlicedThreshold && k.hasRows) {
-    SlicedTables st;
-    SplitTableIII(t.III, &st);
-    // Each batch reads all of its input before writing any output, so
-    // in-place processing is safe.
-    while (blocks >= kSlicedThreshold) {
-      const std::size_t n = blocks < kLanes ? blocks : kLanes;
-      Sliced<kDecipher>(t, k, st, in, out, n);
-      in += 16 * n;
-      out += 16 * n;
-      blocks -= n;
-    }
+  // Each batch reads all of its input before writing any output, so
+  // in-place processing is safe.
+  while (blocks >= kSlicedThreshold) {
+    const std::size_t n = blocks < kLanes ? blocks : kLanes;
+    Sliced<kDecipher>(t, k, *k.derived, in, out, n);
+    in += 16 * n;
+    out += 16 * n;
+    blocks -= n;
   }
-  for (; blocks > 0; --blocks, in += 16, out += 16) SingleBlock<kDecipher>(t, k, in, out);
+  for (; blocks > 0; --blocks, in += 16, out += 16) {
+    SingleBlock<kDecipher, false>(t, k, in, nullptr, out);
+  }
 }
 
 }  // namespace
@@ -536,7 +465,15 @@ bool CpuHasAvx512Engine() {
          __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
 }
 
-void BuildRowsAvx512(const WbAesDirTables& tables, PreparedKey* key) { BuildRows(tables, key); }
+void PrepareAvx512(const WbAesDirTables& tables, PreparedKey* key) {
+  key->derived = LinkedDerived(tables);
+  if (key->derived == nullptr) {
+    if (!key->ownDerived) key->ownDerived.reset(new DerivedTables);
+    BuildDerived(tables, key->ownDerived.get());
+    key->derived = key->ownDerived.get();
+  }
+  BuildRows(*key->derived, key);
+}
 
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                          const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) {
@@ -544,6 +481,16 @@ void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const Prep
     Run<true>(tables, key, in, out, blocks);
   } else {
     Run<false>(tables, key, in, out, blocks);
+  }
+}
+
+void EncipherChainAvx512(const WbAesDirTables& tables, const PreparedKey& key,
+                         const std::uint8_t* iv, const std::uint8_t* in, std::uint8_t* out,
+                         std::size_t blocks) {
+  const std::uint8_t* chain = iv;
+  for (std::size_t b = 0; b < blocks; ++b) {
+    SingleBlock<false, true>(tables, key, in + 16 * b, chain, out + 16 * b);
+    chain = out + 16 * b;
   }
 }
 

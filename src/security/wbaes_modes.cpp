@@ -38,11 +38,10 @@ int RoundsForKeyBits(int keyBits) {
 // Key material unmasked and bound to one direction's tables for one call.
 class CallKey {
  public:
-  CallKey(const WbAesDirTables& tables, const std::uint8_t* keyMaterial, int rounds,
-          std::size_t blocks) {
+  CallKey(const WbAesDirTables& tables, const std::uint8_t* keyMaterial, int rounds) {
     std::uint8_t roundKeys[kRoundKeyAreaSize];
     init_key(keyMaterial, rounds, roundKeys);
-    PrepareKey(tables, roundKeys, rounds, blocks, &key_);
+    PrepareKey(tables, roundKeys, rounds, &key_);
     OPENSSL_cleanse(roundKeys, sizeof roundKeys);
   }
   ~CallKey() { WipePreparedKey(&key_); }
@@ -116,7 +115,7 @@ int Ecb(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* o
                               &rounds, &written);
   if (rc != kOk) return rc;
   *outLen = written;
-  const CallKey ck(t.enc, key, rounds, static_cast<std::size_t>(written) / 16);
+  const CallKey ck(t.enc, key, rounds);
   // The final block is built before the full blocks are written: with
   // in == out the tail's input bytes are still intact.
   std::uint8_t last[kBlockSize];
@@ -136,22 +135,12 @@ int Cbc(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* o
       CheckEncrypt(in, inLen, out, outLen, keyBits, key, true, iv, padding, &rounds, &written);
   if (rc != kOk) return rc;
   *outLen = written;
-  const CallKey ck(t.enc, key, rounds, static_cast<std::size_t>(written) / 16);
+  const CallKey ck(t.enc, key, rounds);
   std::uint8_t last[kBlockSize];
   const bool hasLast = FinalBlock(in, inLen, padding, last);
   const std::size_t full = static_cast<std::size_t>(inLen) / 16;
-  const std::uint8_t* chain = iv;
-  std::uint8_t block[kBlockSize];
-  for (std::size_t b = 0; b < full; ++b) {
-    XorBlock(block, in + 16 * b, chain);
-    ProcessBlocks(t.enc, false, ck.get(), block, out + 16 * b, 1);
-    chain = out + 16 * b;
-  }
-  if (hasLast) {
-    XorBlock(block, last, chain);
-    ProcessBlocks(t.enc, false, ck.get(), block, out + 16 * full, 1);
-  }
-  OPENSSL_cleanse(block, sizeof block);
+  EncipherChain(t.enc, ck.get(), iv, in, out, full);
+  if (hasLast) EncipherChain(t.enc, ck.get(), full > 0 ? out + 16 * (full - 1) : iv, last, out + 16 * full, 1);
   OPENSSL_cleanse(last, sizeof last);
   return kOk;
 }
@@ -162,7 +151,7 @@ int EcbDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t
   const int rc = CheckDecrypt(in, inLen, out, outLen, keyBits, key, false, nullptr, &rounds);
   if (rc != kOk) return rc;
   *outLen = inLen;
-  const CallKey ck(t.dec, key, rounds, static_cast<std::size_t>(inLen) / 16);
+  const CallKey ck(t.dec, key, rounds);
   ProcessBlocks(t.dec, true, ck.get(), in, out, static_cast<std::size_t>(inLen) / 16);
   return kOk;
 }
@@ -174,7 +163,7 @@ int CbcDec(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t
   if (rc != kOk) return rc;
   *outLen = inLen;
   const std::size_t blocks = static_cast<std::size_t>(inLen) / 16;
-  const CallKey ck(t.dec, key, rounds, blocks);
+  const CallKey ck(t.dec, key, rounds);
   if (in != out) {
     // The ciphertext stays readable in `in`: decipher everything at once,
     // then chain.
