@@ -206,7 +206,7 @@ bool EngineAvailable(Engine engine) {
 void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  if (engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine())) {
+  if (engine != Engine::kPortable && key.derived != nullptr) {
     ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
     return;
   }
@@ -224,7 +224,7 @@ void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKe
 void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const std::uint8_t* iv,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  if (engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine())) {
+  if (engine != Engine::kPortable && key.derived != nullptr) {
     EncipherChainAvx512(tables, key, iv, in, out, blocks);
     return;
   }

@@ -49,7 +49,9 @@ constexpr int RowSlot(int p) { return 4 * (p & 3) + (p >> 2); }
 
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
 // rounds must be 1..kMaxRounds (not checked). When the vector engine can run
-// here, also builds the key rows and resolves the derived tables.
+// here, also builds the key rows and resolves the derived tables; should
+// memory for those be short, the key is set up for the portable engine,
+// which then serves every engine choice.
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
                 PreparedKey* key);
 // Wipes the key-dependent parts.
@@ -86,7 +88,8 @@ void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const s
 #define OXCFG_WBAES_HAVE_AVX512 1
 // Defined in wbaes_block_avx512.cpp; callers check the processor first.
 bool CpuHasAvx512Engine();
-// Resolves (or builds) the derived tables and builds the key rows.
+// Resolves (or builds) the derived tables and builds the key rows; leaves
+// key->derived null when memory for the tables is short.
 void PrepareAvx512(const WbAesDirTables& tables, PreparedKey* key);
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                          const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);

@@ -8,23 +8,28 @@
 //    tables are small enough to be looked up inside registers: 16 entries
 //    (vpshufb) for the key rows and table I, 128 entries (vpermi2b) for each
 //    packed nibble table of IV and each half of tables III (de-interleaved by
-//    output byte, once per call) and V.
+//    output byte) and V.
 //  - A single block (CBC enciphering is a chain) goes through tables III
-//    and IV fused in advance (FusedTables): one 64-byte load per position
-//    and round brings every table IV line that the position's partials
-//    select, and the three combining steps become in-register 16-entry
-//    lookups (vpshufb), one 128-bit lane per output. Key mixing reads the
-//    per-call key rows the same way. The state travels between rounds
-//    through a small stack buffer, whose bytes address the next loads.
+//    and IV fused in advance: per position and round, two 64-byte loads
+//    bring the table IV lines that the position's partials select, and the
+//    three combining steps and the next key mixing compose as in-register
+//    64-entry lookups (vpermb), four outputs per vector. The state travels
+//    between rounds through a 16-byte stack buffer whose bytes address the
+//    next loads.
 //
-// Nothing branches on data.
+// The layouts both paths need beyond the tables themselves (DerivedTables,
+// about 420 KiB per direction) depend on the tables only, never on the key.
+// Nothing branches on key or data.
 #include "security/wbaes_block.h"
 
 #ifdef OXCFG_WBAES_HAVE_AVX512
 
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <mutex>
+#include <new>
 
 // GCC 12 reports its own intrinsics' deliberately undefined start values as
 // uninitialised when they are inlined into target-attribute functions.
@@ -136,13 +141,19 @@ void DerivedTablesDeleter::operator()(DerivedTables* d) const { delete d; }
 
 namespace {
 
-void BuildDerived(const WbAesDirTables& t, DerivedTables* d) {
+// Returns nullptr when memory is short; callers then use the portable engine.
+DerivedTables* NewDerived(const WbAesDirTables& t) {
+  DerivedTables* d = new (std::nothrow) DerivedTables;
   // results[q][step][half][a][b] = do_xor(a, b) on the packed table of
   // output q, step `step`, nibble half `half`.
   struct Results {
     std::uint8_t v[16][3][2][16][16];
   };
-  const std::unique_ptr<Results> res(new Results);
+  const std::unique_ptr<Results> res(new (std::nothrow) Results);
+  if (d == nullptr || res == nullptr) {
+    delete d;
+    return nullptr;
+  }
   for (int q = 0; q < 16; ++q) {
     for (int st = 0; st < 3; ++st) {
       for (int half = 0; half < 2; ++half) {
@@ -189,30 +200,38 @@ void BuildDerived(const WbAesDirTables& t, DerivedTables* d) {
       }
     }
   }
+  return d;
 }
 
-// The linked-in set's derived tables are built once per process and
-// direction, on first use; the table pointers identify the set because its
-// tables are immutable static data.
+// The linked-in set's derived tables, built once per process and direction
+// on first use (a failed allocation is retried by the next call) and never
+// freed; the table pointers identify the set because its tables are
+// immutable static data.
+struct LinkedCache {
+  std::mutex mutex;
+  std::atomic<const DerivedTables*> tables{nullptr};
+};
+LinkedCache gLinkedEnc;
+LinkedCache gLinkedDec;
+
 const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
-  auto build = [](const WbAesDirTables& tables) {
-    DerivedTables* d = new DerivedTables;
-    BuildDerived(tables, d);
-    return d;
-  };
   auto same = [&t](const WbAesDirTables& o) {
     return t.I == o.I && t.II == o.II && t.III == o.III && t.IV == o.IV && t.V == o.V &&
            t.VI == o.VI;
   };
-  if (same(kProductionTables.enc)) {
-    static const DerivedTables* const enc = build(kProductionTables.enc);
-    return enc;
+  LinkedCache* cache = same(kProductionTables.enc)   ? &gLinkedEnc
+                       : same(kProductionTables.dec) ? &gLinkedDec
+                                                     : nullptr;
+  if (cache == nullptr) return nullptr;
+  const DerivedTables* d = cache->tables.load(std::memory_order_acquire);
+  if (d != nullptr) return d;
+  std::lock_guard<std::mutex> lock(cache->mutex);
+  d = cache->tables.load(std::memory_order_relaxed);
+  if (d == nullptr) {
+    d = NewDerived(t);
+    cache->tables.store(d, std::memory_order_release);
   }
-  if (same(kProductionTables.dec)) {
-    static const DerivedTables* const dec = build(kProductionTables.dec);
-    return dec;
-  }
-  return nullptr;
+  return d;
 }
 
 // ---- per-call key rows --------------------------------------------------------------
@@ -468,11 +487,10 @@ bool CpuHasAvx512Engine() {
 void PrepareAvx512(const WbAesDirTables& tables, PreparedKey* key) {
   key->derived = LinkedDerived(tables);
   if (key->derived == nullptr) {
-    if (!key->ownDerived) key->ownDerived.reset(new DerivedTables);
-    BuildDerived(tables, key->ownDerived.get());
+    key->ownDerived.reset(NewDerived(tables));
     key->derived = key->ownDerived.get();
   }
-  BuildRows(*key->derived, key);
+  if (key->derived != nullptr) BuildRows(*key->derived, key);
 }
 
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
