@@ -1,158 +1,159 @@
-// Portable block engine, and the dispatch between engines. Same result as
-// ReferenceBlock (wbaes_stages.cpp), stage for stage; what changes is only
-// how the lookups are scheduled:
+// The block engine's shared part: the derived tables, the per-call key, the
+// portable engine and the dispatch between engines. Every engine gives the
+// result of ReferenceBlock (wbaes_stages.cpp), stage for stage; what changes
+// is how the lookups are laid out:
 //  - the key rows of tables II/VI are selected once per call (PreparedKey);
-//  - between table IV and table II the state stays as separate nibbles,
-//    which is how table IV yields it and how table II indexes with it;
-//  - table III entries are read as one 32-bit word, and the row shift is
-//    folded into which state byte indexes which position's table;
-//  - table IV takes the partial result as do_xor's row argument: the packed
-//    table's line and nibble half then depend on the partial alone, are
-//    derived for four outputs at once from table III's word, and each step of
-//    the accumulator chain is one load, one shift and one mask.
-// All loops have fixed trip counts; nothing branches on data.
+//  - tables III and IV are fused once per table set (DerivedTables), so a
+//    combining step of table IV is one byte load whose address is the
+//    previous step's result, and the row shift is folded into which state
+//    byte indexes which position's lines;
+//  - the lines are biased so that the last step's result indexes the key row
+//    of the next round directly.
+// All loops have fixed trip counts; nothing branches on key or data.
 #include "security/wbaes_block.h"
 
+#include <atomic>
 #include <cstring>
+#include <mutex>
+#include <new>
 
 #include <string.h>  // explicit_bzero
-
-#include <openssl/crypto.h>
 
 namespace OxConfigMgr {
 namespace wbaes {
 namespace {
 
-inline std::uint32_t Load32LE(const std::uint8_t* p) {
-  std::uint32_t v;
-  std::memcpy(&v, p, sizeof v);
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  return v;
-}
+// ---- derived tables -------------------------------------------------------------------
 
-// The state position whose byte lands on position p after the row shift.
-template <bool kDecipher>
-constexpr int Source(int p) {
-  const int r = p >> 2;
-  const int c = p & 3;
-  return 4 * r + ((kDecipher ? c - r : c + r) & 3);
-}
-
-// The state between the stages that table IV writes and table II reads: the
-// high and low nibble of each position's encoded byte, kept apart because
-// table II indexes with each of them (times 16) and table IV yields them
-// apart.
-struct Nibbles {
-  std::uint32_t hi[16];
-  std::uint32_t lo[16];
-};
-
-// Per-round scratch of table IV, filled 4 outputs at a time from table III's
-// 32-bit entries. For output q = 4i + c and combining step s, at [s][4c + i]:
-// row: bits 4..6 of the row nibble (do_xor's first argument) in place, that
-// is the line of the packed table; sel: 4 when the row nibble is 8 or more
-// (the result is then the high nibble of the packed byte), else 0.
-struct Combine {
-  alignas(16) std::uint8_t rowHi[3][16];
-  alignas(16) std::uint8_t selHi[3][16];
-  alignas(16) std::uint8_t rowLo[3][16];
-  alignas(16) std::uint8_t selLo[3][16];
-  alignas(16) std::uint8_t accHi[16];  // partial 0's nibbles: the start values
-  alignas(16) std::uint8_t accLo[16];
-};
-
-inline void Store32(std::uint8_t* p, std::uint32_t v) {
-#if defined(__BYTE_ORDER__) && __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
-  v = __builtin_bswap32(v);
-#endif
-  std::memcpy(p, &v, sizeof v);
-}
-
-// Key mixing (table II or VI) of all positions; x[p] = mixed byte.
-inline void KeyMix(const std::uint8_t* table, const PreparedKey& k, int j, const Nibbles& n,
-                   std::uint32_t* x) {
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) {
-    x[p] = (table[k.hiOffset[j][p] + (n.hi[p] << 4)] & 0xF0u) |
-           (table[k.loOffset[j][p] + (n.lo[p] << 4)] >> 4);
-  }
-}
-
-// One inner round: key mixing, row shift, table III, table IV. Kept out of
-// line so that each round starts with few live values; the compiler then
-// addresses every table through one base register and constant offsets.
-template <bool kDecipher>
-__attribute__((noinline)) void Round(const WbAesDirTables& t, const PreparedKey& k, int j,
-                                     Nibbles& n) {
-  std::uint32_t x[16];
-  KeyMix(t.II, k, j, n, x);
-  Combine cb;
-#pragma GCC unroll 4
-  for (int c = 0; c < 4; ++c) {
-    // Table III entry of position (r, c) after the row shift: byte i is
-    // partial r of output (i, c).
-    const std::uint32_t w0 = Load32LE(t.III + 1024 * c + 4 * x[Source<kDecipher>(c)]);
-    Store32(cb.accHi + 4 * c, (w0 >> 4) & 0x0F0F0F0Fu);
-    Store32(cb.accLo + 4 * c, w0 & 0x0F0F0F0Fu);
-#pragma GCC unroll 3
-    for (int s = 0; s < 3; ++s) {
-      const int p = 4 * (s + 1) + c;
-      const std::uint32_t w = Load32LE(t.III + 1024 * p + 4 * x[Source<kDecipher>(p)]);
-      Store32(cb.rowHi[s] + 4 * c, w & 0x70707070u);
-      Store32(cb.selHi[s] + 4 * c, (w >> 5) & 0x04040404u);
-      Store32(cb.rowLo[s] + 4 * c, (w << 4) & 0x70707070u);
-      Store32(cb.selLo[s] + 4 * c, (w >> 1) & 0x04040404u);
-    }
-  }
-  // Keep the scratch in memory: reading its bytes back is one load each,
-  // where extracting them from registers costs a shift and a move.
-#if defined(__GNUC__)
-  __asm__ __volatile__("" : : "r"(&cb) : "memory");
-#endif
-#pragma GCC unroll 16
+// Returns nullptr when memory is short.
+DerivedTables* NewDerived(const WbAesDirTables& t) {
+  std::unique_ptr<DerivedTables> d(new (std::nothrow) DerivedTables);
+  // results[q][step][half][a][b] = do_xor(a, b) on the packed table of
+  // output q, step `step`, nibble half `half`.
+  struct Results {
+    std::uint8_t v[16][3][2][16][16];
+  };
+  const std::unique_ptr<Results> res(new (std::nothrow) Results);
+  if (d == nullptr || res == nullptr) return nullptr;
   for (int q = 0; q < 16; ++q) {
-    const int at = 4 * (q & 3) + (q >> 2);
-    std::uint32_t ah = cb.accHi[at];
-    std::uint32_t al = cb.accLo[at];
-#pragma GCC unroll 3
-    for (int s = 0; s < 3; ++s) {
-      const std::uint8_t* T = t.IV + 256 * (3 * q + s);
-      ah = (static_cast<std::uint32_t>(T[cb.rowHi[s][at] | ah]) >> cb.selHi[s][at]) & 15u;
-      al = (static_cast<std::uint32_t>(T[128 + (cb.rowLo[s][at] | al)]) >> cb.selLo[s][at]) & 15u;
+    for (int st = 0; st < 3; ++st) {
+      for (int half = 0; half < 2; ++half) {
+        const std::uint8_t* packed = t.IV + 256 * (3 * q + st) + 128 * half;
+        for (int a = 0; a < 16; ++a) {
+          for (int b = 0; b < 16; ++b) {
+            res->v[q][st][half][a][b] =
+                do_xor(static_cast<std::uint8_t>(a), static_cast<std::uint8_t>(b), packed);
+          }
+        }
+      }
     }
-    n.hi[q] = ah;
-    n.lo[q] = al;
   }
+  for (int p = 0; p < 16; ++p) {
+    const int r = p >> 2;
+    const int c = p & 3;
+    for (int x = 0; x < 256; ++x) {
+      for (int i = 0; i < 4; ++i) {
+        const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
+        d->third[p][i][x] = partial;
+        const std::uint8_t bias = static_cast<std::uint8_t>(16 * i);
+        if (r == 0) {
+          d->start[c][x][i] = static_cast<std::uint8_t>(bias + (partial >> 4));
+          d->start[c][x][4 + i] = static_cast<std::uint8_t>(bias + (partial & 15));
+          continue;
+        }
+        const int q = 4 * i + c;
+        const int nibble[2] = {partial >> 4, partial & 15};
+        for (int half = 0; half < 2; ++half) {
+          const std::uint8_t* line = res->v[q][r - 1][half][nibble[half]];
+          std::uint8_t* dst = &d->lines[p - 4][x][half][16 * i];
+          for (int b = 0; b < 16; ++b) dst[b] = static_cast<std::uint8_t>(bias + line[b]);
+        }
+      }
+    }
+    for (int k = 0; k < 16; ++k) {
+      for (int a = 0; a < 16; ++a) {
+        d->keyLines[0][p][k][a] = t.II[256 * p + 16 * a + k];
+        d->keyLines[1][p][k][a] = t.VI[256 * p + 16 * a + k];
+      }
+    }
+  }
+  return d.release();
 }
 
-template <bool kDecipher>
-void BlockPortable(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
-                   std::uint8_t* out) {
-  Nibbles n;
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) {
-    const std::uint32_t b = in[(p >> 2) + 4 * (p & 3)];
-    const std::uint8_t* T = t.I + 16 * p;
-    const std::uint32_t s = ((static_cast<std::uint32_t>(T[b >> 4]) << 4) ^ T[b & 15]) & 0xFF;
-    n.hi[p] = s >> 4;
-    n.lo[p] = s & 15;
-  }
-  const int rounds = k.rounds;
-  for (int j = 0; j + 1 < rounds; ++j) Round<kDecipher>(t, k, j, n);
+// The linked-in set's derived tables, built once per process and direction
+// on first use (a failed allocation is retried by the next call) and never
+// freed; the table pointers identify the set because its tables are
+// immutable static data.
+struct LinkedCache {
+  std::mutex mutex;
+  std::atomic<const DerivedTables*> tables{nullptr};
+};
+LinkedCache gLinkedEnc;
+LinkedCache gLinkedDec;
 
-  std::uint32_t x[16];
-  KeyMix(t.II, k, rounds - 1, n, x);
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) {
-    const std::uint32_t v = t.V[256 * p + x[Source<kDecipher>(p)]];
-    n.hi[p] = v >> 4;
-    n.lo[p] = v & 15;
+const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
+  auto same = [&t](const WbAesDirTables& o) {
+    return t.I == o.I && t.II == o.II && t.III == o.III && t.IV == o.IV && t.V == o.V &&
+           t.VI == o.VI;
+  };
+  LinkedCache* cache = same(kProductionTables.enc)   ? &gLinkedEnc
+                       : same(kProductionTables.dec) ? &gLinkedDec
+                                                     : nullptr;
+  if (cache == nullptr) return nullptr;
+  const DerivedTables* d = cache->tables.load(std::memory_order_acquire);
+  if (d != nullptr) return d;
+  std::lock_guard<std::mutex> lock(cache->mutex);
+  d = cache->tables.load(std::memory_order_relaxed);
+  if (d == nullptr) {
+    d = NewDerived(t);
+    cache->tables.store(d, std::memory_order_release);
   }
-  KeyMix(t.VI, k, rounds, n, x);
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) out[(p >> 2) + 4 * (p & 3)] = static_cast<std::uint8_t>(x[p]);
+  return d;
+}
+
+// ---- portable engine ------------------------------------------------------------------
+
+// One block through the fused tables; with kChained, the block processed is
+// in XOR chain.
+template <bool kDecipher, bool kChained>
+void Block(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+           const std::uint8_t* chain, std::uint8_t* out) {
+  const DerivedTables& d = *k.derived;
+  std::uint8_t state[2][16];
+  EnterBlock<kChained>(t, k, in, chain, state[0]);
+  const int rounds = k.rounds;
+  int cur = 0;
+  for (int j = 0; j + 1 < rounds; ++j) {
+    const std::uint8_t* x = state[cur];
+    std::uint8_t* next = state[cur ^ 1];
+    for (int c = 0; c < 4; ++c) {
+      const std::uint8_t* start = d.start[c][x[StateAt(Source(kDecipher, c))]];
+      const std::uint8_t(&l1)[2][64] = d.lines[c][x[StateAt(Source(kDecipher, 4 + c))]];
+      const std::uint8_t(&l2)[2][64] = d.lines[4 + c][x[StateAt(Source(kDecipher, 8 + c))]];
+      const std::uint8_t(&l3)[2][64] = d.lines[8 + c][x[StateAt(Source(kDecipher, 12 + c))]];
+      // Biased results index the column's next line, then its key row.
+      const std::uint8_t* hiRow = k.rows[j + 1][0][4 * c];
+      const std::uint8_t* loRow = k.rows[j + 1][1][4 * c];
+      for (int i = 0; i < 4; ++i) {
+        const std::uint8_t hi = hiRow[l3[0][l2[0][l1[0][start[i]]]]];
+        const std::uint8_t lo = loRow[l3[1][l2[1][l1[1][start[4 + i]]]]];
+        next[4 * c + i] = static_cast<std::uint8_t>(hi | lo);
+      }
+    }
+    cur ^= 1;
+  }
+  LeaveBlock<kDecipher>(t, k, state[cur], out);
+}
+
+// Without derived tables: one block through the stage functions.
+void Reference(const WbAesDirTables& t, bool decipher, const PreparedKey& k,
+               const std::uint8_t* in, const std::uint8_t* chain, std::uint8_t* out) {
+  std::uint8_t block[kBlockSize];
+  for (std::size_t i = 0; i < kBlockSize; ++i) {
+    block[i] = static_cast<std::uint8_t>(chain != nullptr ? in[i] ^ chain[i] : in[i]);
+  }
+  ReferenceBlock(t, decipher, block, k.roundKeys, k.rounds, out);
+  explicit_bzero(block, sizeof block);
 }
 
 }  // namespace
@@ -160,34 +161,42 @@ void BlockPortable(const WbAesDirTables& t, const PreparedKey& k, const std::uin
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
                 PreparedKey* key) {
   key->rounds = rounds;
-  key->derived = nullptr;
+  std::memcpy(key->roundKeys, roundKeys, 16 * static_cast<std::size_t>(rounds + 1));
+  key->derived = LinkedDerived(tables);
+  if (key->derived == nullptr) {
+    key->ownDerived.reset(NewDerived(tables));
+    key->derived = key->ownDerived.get();
+  }
+  if (key->derived == nullptr) return;
   for (int j = 0; j <= rounds; ++j) {
+    const int table = j < rounds ? 0 : 1;
     for (int p = 0; p < 16; ++p) {
       const std::uint8_t kb = roundKeys[16 * j + p];
-      key->hiOffset[j][p] = 256u * static_cast<unsigned>(p) + (kb >> 4);
-      key->loOffset[j][p] = 256u * static_cast<unsigned>(p) + (kb & 15u);
+      const std::uint8_t* hi = key->derived->keyLines[table][p][kb >> 4];
+      const std::uint8_t* lo = key->derived->keyLines[table][p][kb & 15];
+      // Eight entries per 64-bit word; the shift moves no bit across a
+      // byte that the mask keeps.
+      for (int w = 0; w < 16; w += 8) {
+        std::uint64_t h;
+        std::uint64_t l;
+        std::memcpy(&h, hi + w, sizeof h);
+        std::memcpy(&l, lo + w, sizeof l);
+        h &= 0xF0F0F0F0F0F0F0F0ull;
+        l = (l >> 4) & 0x0F0F0F0F0F0F0F0Full;
+        std::memcpy(key->rows[j][0][RowSlot(p)] + w, &h, sizeof h);
+        std::memcpy(key->rows[j][1][RowSlot(p)] + w, &l, sizeof l);
+      }
     }
   }
-#ifdef OXCFG_WBAES_HAVE_AVX512
-  if (CpuHasAvx512Engine()) PrepareAvx512(tables, key);
-#else
-  (void)tables;
-#endif
 }
 
 void WipePreparedKey(PreparedKey* key) {
-  // Some 10 KiB per call: explicit_bzero runs at memset speed where
+  // Some 8 KiB per call: explicit_bzero runs at memset speed where
   // OPENSSL_cleanse goes byte by byte, and the compiler may not drop it
   // either.
-  explicit_bzero(key->hiOffset, sizeof key->hiOffset);
-  explicit_bzero(key->loOffset, sizeof key->loOffset);
+  explicit_bzero(key->roundKeys, sizeof key->roundKeys);
   explicit_bzero(key->rows, sizeof key->rows);
 }
-
-#ifndef OXCFG_WBAES_HAVE_AVX512
-// Without the vector engine no derived tables are ever made.
-void DerivedTablesDeleter::operator()(DerivedTables*) const {}
-#endif
 
 bool EngineAvailable(Engine engine) {
   switch (engine) {
@@ -203,10 +212,29 @@ bool EngineAvailable(Engine engine) {
   return false;
 }
 
+namespace {
+
+bool UseAvx512(Engine engine) {
+#ifdef OXCFG_WBAES_HAVE_AVX512
+  return engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine());
+#else
+  (void)engine;
+  return false;
+#endif
+}
+
+}  // namespace
+
 void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
+  if (key.derived == nullptr) {
+    for (std::size_t b = 0; b < blocks; ++b) {
+      Reference(tables, decipher, key, in + 16 * b, nullptr, out + 16 * b);
+    }
+    return;
+  }
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  if (engine != Engine::kPortable && key.derived != nullptr) {
+  if (UseAvx512(engine)) {
     ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
     return;
   }
@@ -214,32 +242,31 @@ void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKe
   (void)engine;
   for (std::size_t b = 0; b < blocks; ++b) {
     if (decipher) {
-      BlockPortable<true>(tables, key, in + 16 * b, out + 16 * b);
+      Block<true, false>(tables, key, in + 16 * b, nullptr, out + 16 * b);
     } else {
-      BlockPortable<false>(tables, key, in + 16 * b, out + 16 * b);
+      Block<false, false>(tables, key, in + 16 * b, nullptr, out + 16 * b);
     }
   }
 }
 
 void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const std::uint8_t* iv,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
+  if (key.derived == nullptr) {
+    for (std::size_t b = 0; b < blocks; ++b) {
+      Reference(tables, false, key, in + 16 * b, b == 0 ? iv : out + 16 * (b - 1), out + 16 * b);
+    }
+    return;
+  }
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  if (engine != Engine::kPortable && key.derived != nullptr) {
+  if (UseAvx512(engine)) {
     EncipherChainAvx512(tables, key, iv, in, out, blocks);
     return;
   }
 #endif
   (void)engine;
-  std::uint8_t block[kBlockSize];
-  const std::uint8_t* chain = iv;
   for (std::size_t b = 0; b < blocks; ++b) {
-    for (std::size_t i = 0; i < kBlockSize; ++i) {
-      block[i] = static_cast<std::uint8_t>(in[16 * b + i] ^ chain[i]);
-    }
-    BlockPortable<false>(tables, key, block, out + 16 * b);
-    chain = out + 16 * b;
+    Block<false, true>(tables, key, in + 16 * b, b == 0 ? iv : out + 16 * (b - 1), out + 16 * b);
   }
-  OPENSSL_cleanse(block, sizeof block);
 }
 
 int ProcessBlock(const WbAesDirTables& tables, bool decipher, const std::uint8_t* in,

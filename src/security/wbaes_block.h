@@ -13,45 +13,107 @@
 namespace OxConfigMgr {
 namespace wbaes {
 
-// Layouts of one direction's tables that the vector engine derives for its
-// lookups (defined with it). Key-independent: the linked-in table set's are
-// built once per process and direction; any other set gets its own per call.
-struct DerivedTables;
-struct DerivedTablesDeleter {
-  void operator()(DerivedTables* d) const;
+// The state position whose byte lands on position p after the row shift
+// (inverse row shift when deciphering).
+constexpr int Source(bool decipher, int p) {
+  return 4 * (p >> 2) + ((decipher ? (p & 3) - (p >> 2) : (p & 3) + (p >> 2)) & 3);
+}
+
+// Layouts derived from one direction's tables for the engines' lookups.
+// Key-independent: the linked-in table set's are built once per process and
+// direction; any other set gets its own per call (about 420 KiB).
+//
+// Tables III and IV fused. Output q = 4i + c of table IV starts from
+// partial 0 and is combined with partials 1..3, each a byte of table III's
+// entry at position (r, c) for the byte x that position looks up. A partial
+// fixes, as do_xor's row argument, one 16-entry line of the step's packed
+// nibble table for the high nibbles and one for the low nibbles, so each
+// step is a 16-entry lookup by the accumulator nibble. Lines are stored
+// biased: entry b of output row i holds 16i + result, which is directly the
+// index of the same output's line in the next step's 64 bytes (and of its
+// key row, see PreparedKey::rows), so steps chain or compose without
+// arithmetic.
+//  lines[p - 4][x][half]: for position p = 4r + c, r >= 1: bytes 16i..16i+15
+//      = the biased line of step r - 1 of output (i, c), half 0 for the high
+//      nibbles, 1 for the low ones.
+//  start[c][x]: byte i = 16i + high nibble, byte 4 + i = 16i + low nibble of
+//      partial 0 of output (i, c) (table III at position (0, c)).
+// Table III by output byte: third[p][i][x] = III[p][x][i], each (position,
+// output byte) a contiguous 256-byte table (the vector engine's runs).
+// Key tables transposed: keyLines[0 for II, 1 for VI][p][k][a] = entry
+// a * 16 + k of position p's table, so that the row a key nibble selects is
+// 16 contiguous bytes.
+struct DerivedTables {
+  alignas(64) std::uint8_t lines[12][256][2][64];
+  alignas(64) std::uint8_t start[4][256][8];
+  alignas(64) std::uint8_t third[16][4][256];
+  alignas(64) std::uint8_t keyLines[2][16][16][16];
 };
 
 // Round keys bound to one direction's key-mixing tables, built once per call
 // so that no block repeats the work. Lives on the caller's stack; wipe it
 // (WipePreparedKey) before returning.
 struct PreparedKey {
-  // Offset of the row of table II (VI for the last key) selected by the high
-  // and low nibble of round-key byte (j, p): 256p + nibble.
-  alignas(64) std::uint32_t hiOffset[kMaxRounds + 1][16];
-  alignas(64) std::uint32_t loOffset[kMaxRounds + 1][16];
-  // Vector engine only: the same selection applied in advance, positions in
-  // column order (RowSlot): rows[j][0][RowSlot(p)][a] = entry (a * 16 + key
-  // high nibble) of position p's table, high nibble kept in place;
-  // rows[j][1][RowSlot(p)][a] = entry (a * 16 + key low nibble), high nibble
-  // moved down. Key mixing of a state byte s is then
-  // rows[j][0][slot][s >> 4] | rows[j][1][slot][s & 15], and the four
-  // positions of a column are 64 contiguous bytes.
+  // The round keys as init_key unpacks them (used when no derived tables
+  // could be had).
+  std::uint8_t roundKeys[kRoundKeyAreaSize];
+  // The key-mixing rows each round key selects, positions in column order
+  // (RowSlot): rows[j][0][RowSlot(p)][a] = entry (a * 16 + key high nibble)
+  // of position p's table (II, or VI for the last key), high nibble kept in
+  // place; rows[j][1][RowSlot(p)][a] = entry (a * 16 + key low nibble), high
+  // nibble moved down. Key mixing of a state byte s is then
+  // rows[j][0][slot][s >> 4] | rows[j][1][slot][s & 15]; the four positions
+  // of a column are 64 contiguous bytes, indexed by a biased line entry.
   alignas(64) std::uint8_t rows[kMaxRounds + 1][2][16][16];
   int rounds;
-  // Vector engine only: the derived tables of `tables`, and the copy this
-  // key owns when they are not the linked-in set. Key-independent, not wiped.
+  // The derived tables of `tables` (null when memory for them was short:
+  // blocks then go through the stage functions), and the copy this key owns
+  // when they are not the linked-in set's. Key-independent, not wiped.
   const DerivedTables* derived;
-  std::unique_ptr<DerivedTables, DerivedTablesDeleter> ownDerived;
+  std::unique_ptr<DerivedTables> ownDerived;
 };
 
 // Where position p = 4r + c sits in PreparedKey::rows: column by column.
 constexpr int RowSlot(int p) { return 4 * (p & 3) + (p >> 2); }
 
+// The single-block paths keep the state between rounds as 16 key-mixed
+// bytes, column by column: position p at StateAt(p).
+constexpr int StateAt(int p) { return 4 * (p & 3) + (p >> 2); }
+
+inline std::uint8_t KeyMixByte(const PreparedKey& k, int j, int p, std::uint32_t s) {
+  const int slot = RowSlot(p);
+  return static_cast<std::uint8_t>(k.rows[j][0][slot][s >> 4] | k.rows[j][1][slot][s & 15]);
+}
+
+// A single block's first stages: table I on `in` (XOR `chain` with
+// kChained) and the first key mixing, into state (StateAt order).
+template <bool kChained>
+inline void EnterBlock(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+                       const std::uint8_t* chain, std::uint8_t* state) {
+#pragma GCC unroll 16
+  for (int p = 0; p < 16; ++p) {
+    const int at = (p >> 2) + 4 * (p & 3);
+    const std::uint32_t b = kChained ? in[at] ^ chain[at] : in[at];
+    const std::uint8_t* T = t.I + 16 * p;
+    const std::uint32_t s = ((static_cast<std::uint32_t>(T[b >> 4]) << 4) ^ T[b & 15]) & 0xFF;
+    state[StateAt(p)] = KeyMixByte(k, 0, p, s);
+  }
+}
+
+// Its last stages: row shift, table V and the last key mixing (table VI)
+// from the state the last inner round left.
+template <bool kDecipher>
+inline void LeaveBlock(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* state,
+                       std::uint8_t* out) {
+#pragma GCC unroll 16
+  for (int p = 0; p < 16; ++p) {
+    const std::uint32_t v = t.V[256 * p + state[StateAt(Source(kDecipher, p))]];
+    out[(p >> 2) + 4 * (p & 3)] = KeyMixByte(k, k.rounds, p, v);
+  }
+}
+
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
-// rounds must be 1..kMaxRounds (not checked). When the vector engine can run
-// here, also builds the key rows and resolves the derived tables; should
-// memory for those be short, the key is set up for the portable engine,
-// which then serves every engine choice.
+// rounds must be 1..kMaxRounds (not checked).
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
                 PreparedKey* key);
 // Wipes the key-dependent parts.
@@ -60,7 +122,8 @@ void WipePreparedKey(PreparedKey* key);
 // Implementations of the block engine; all give identical results.
 enum class Engine {
   kAuto,      // the fastest one this processor runs
-  kPortable,  // plain C++, any processor
+  kPortable,  // plain C++, any processor: one block at a time through the
+              // fused tables
   kAvx512,    // x86-64 with AVX-512 F/BW/VL/VBMI: runs of blocks are
               // processed 64 at a time with in-register table lookups,
               // single blocks through tables III and IV fused
@@ -86,11 +149,9 @@ void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const s
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
 #define OXCFG_WBAES_HAVE_AVX512 1
-// Defined in wbaes_block_avx512.cpp; callers check the processor first.
+// Defined in wbaes_block_avx512.cpp; callers check the processor and that
+// the key has derived tables first.
 bool CpuHasAvx512Engine();
-// Resolves (or builds) the derived tables and builds the key rows; leaves
-// key->derived null when memory for the tables is short.
-void PrepareAvx512(const WbAesDirTables& tables, PreparedKey* key);
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                          const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
 void EncipherChainAvx512(const WbAesDirTables& tables, const PreparedKey& key,

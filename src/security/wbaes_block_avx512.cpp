@@ -17,19 +17,14 @@
 //    between rounds through a 16-byte stack buffer whose bytes address the
 //    next loads.
 //
-// The layouts both paths need beyond the tables themselves (DerivedTables,
-// about 420 KiB per direction) depend on the tables only, never on the key.
-// Nothing branches on key or data.
+// Both paths read the derived tables (DerivedTables) and the per-call key
+// rows. Nothing branches on key or data.
 #include "security/wbaes_block.h"
 
 #ifdef OXCFG_WBAES_HAVE_AVX512
 
-#include <atomic>
 #include <cstdint>
 #include <cstring>
-#include <memory>
-#include <mutex>
-#include <new>
 
 // GCC 12 reports its own intrinsics' deliberately undefined start values as
 // uninitialised when they are inlined into target-attribute functions.
@@ -50,12 +45,6 @@ namespace {
 // how many of its 64 lanes are used) beats that many single blocks.
 constexpr std::size_t kSlicedThreshold = 16;
 constexpr std::size_t kLanes = 64;
-
-constexpr int Source(bool decipher, int p) {
-  const int r = p >> 2;
-  const int c = p & 3;
-  return 4 * r + ((decipher ? c - r : c + r) & 3);
-}
 
 struct alignas(64) Lanes32 {
   std::uint32_t v[16];
@@ -107,167 +96,11 @@ OXCFG_WBAES_AVX512 inline __m512i Load(const void* p) { return _mm512_load_si512
 OXCFG_WBAES_AVX512 inline __m512i LoadU(const void* p) { return _mm512_loadu_si512(p); }
 OXCFG_WBAES_AVX512 inline __m512i Set8(int v) { return _mm512_set1_epi8(static_cast<char>(v)); }
 
-}  // namespace
-
-// ---- derived tables -------------------------------------------------------------------
-
-// Single blocks: tables III and IV fused. Output q = 4i + c of table IV
-// starts from partial 0 and is combined with partials 1..3, each a byte of
-// table III's entry at position (r, c) for the byte x that position looks
-// up. A partial fixes, as do_xor's row argument, one 16-entry line of the
-// step's packed nibble table for the high nibbles and one for the low
-// nibbles, so each step is a 16-entry lookup by the accumulator nibble.
-// Lines are stored biased: entry b of output row i holds 16i + result,
-// which is directly the index of the same output's line in the next 64-byte
-// table (vpermb), so steps compose without arithmetic.
-//  lines[p - 4][x][half]: for position p = 4r + c, r >= 1: bytes 16i..16i+15
-//      = the biased line of step r - 1 of output (i, c), half 0 for the high
-//      nibbles, 1 for the low ones.
-//  start[c][x]: byte i = 16i + high nibble, byte 4 + i = 16i + low nibble of
-//      partial 0 of output (i, c) (table III at position (0, c)).
-// Runs of blocks: third[p][i][x] = III[p][x][i], each (position, output
-// byte) a contiguous 256-byte table.
-// Key rows: keyLines[0 for II, 1 for VI][p][k][a] = entry a * 16 + k of
-// position p's table, so that the row a key nibble selects is 16 contiguous
-// bytes.
-struct DerivedTables {
-  alignas(64) std::uint8_t lines[12][256][2][64];
-  alignas(64) std::uint8_t start[4][256][8];
-  alignas(64) std::uint8_t third[16][4][256];
-  alignas(64) std::uint8_t keyLines[2][16][16][16];
-};
-
-void DerivedTablesDeleter::operator()(DerivedTables* d) const { delete d; }
-
-namespace {
-
-// Returns nullptr when memory is short; callers then use the portable engine.
-DerivedTables* NewDerived(const WbAesDirTables& t) {
-  DerivedTables* d = new (std::nothrow) DerivedTables;
-  // results[q][step][half][a][b] = do_xor(a, b) on the packed table of
-  // output q, step `step`, nibble half `half`.
-  struct Results {
-    std::uint8_t v[16][3][2][16][16];
-  };
-  const std::unique_ptr<Results> res(new (std::nothrow) Results);
-  if (d == nullptr || res == nullptr) {
-    delete d;
-    return nullptr;
-  }
-  for (int q = 0; q < 16; ++q) {
-    for (int st = 0; st < 3; ++st) {
-      for (int half = 0; half < 2; ++half) {
-        const std::uint8_t* packed = t.IV + 256 * (3 * q + st) + 128 * half;
-        for (int a = 0; a < 16; ++a) {
-          for (int b = 0; b < 16; ++b) {
-            res->v[q][st][half][a][b] =
-                do_xor(static_cast<std::uint8_t>(a), static_cast<std::uint8_t>(b), packed);
-          }
-        }
-      }
-    }
-  }
-  for (int x = 0; x < 256; ++x) {
-    for (int p = 0; p < 16; ++p) {
-      const int r = p >> 2;
-      const int c = p & 3;
-      for (int i = 0; i < 4; ++i) {
-        const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
-        const std::uint8_t bias = static_cast<std::uint8_t>(16 * i);
-        if (r == 0) {
-          d->start[c][x][i] = static_cast<std::uint8_t>(bias + (partial >> 4));
-          d->start[c][x][4 + i] = static_cast<std::uint8_t>(bias + (partial & 15));
-          continue;
-        }
-        const int q = 4 * i + c;
-        const int nibble[2] = {partial >> 4, partial & 15};
-        for (int half = 0; half < 2; ++half) {
-          const std::uint8_t* line = res->v[q][r - 1][half][nibble[half]];
-          std::uint8_t* dst = &d->lines[p - 4][x][half][16 * i];
-          for (int b = 0; b < 16; ++b) dst[b] = static_cast<std::uint8_t>(bias + line[b]);
-        }
-      }
-    }
-  }
-  for (int p = 0; p < 16; ++p) {
-    for (int x = 0; x < 256; ++x) {
-      for (int i = 0; i < 4; ++i) d->third[p][i][x] = t.III[1024 * p + 4 * x + i];
-    }
-    for (int k = 0; k < 16; ++k) {
-      for (int a = 0; a < 16; ++a) {
-        d->keyLines[0][p][k][a] = t.II[256 * p + 16 * a + k];
-        d->keyLines[1][p][k][a] = t.VI[256 * p + 16 * a + k];
-      }
-    }
-  }
-  return d;
-}
-
-// The linked-in set's derived tables, built once per process and direction
-// on first use (a failed allocation is retried by the next call) and never
-// freed; the table pointers identify the set because its tables are
-// immutable static data.
-struct LinkedCache {
-  std::mutex mutex;
-  std::atomic<const DerivedTables*> tables{nullptr};
-};
-LinkedCache gLinkedEnc;
-LinkedCache gLinkedDec;
-
-const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
-  auto same = [&t](const WbAesDirTables& o) {
-    return t.I == o.I && t.II == o.II && t.III == o.III && t.IV == o.IV && t.V == o.V &&
-           t.VI == o.VI;
-  };
-  LinkedCache* cache = same(kProductionTables.enc)   ? &gLinkedEnc
-                       : same(kProductionTables.dec) ? &gLinkedDec
-                                                     : nullptr;
-  if (cache == nullptr) return nullptr;
-  const DerivedTables* d = cache->tables.load(std::memory_order_acquire);
-  if (d != nullptr) return d;
-  std::lock_guard<std::mutex> lock(cache->mutex);
-  d = cache->tables.load(std::memory_order_relaxed);
-  if (d == nullptr) {
-    d = NewDerived(t);
-    cache->tables.store(d, std::memory_order_release);
-  }
-  return d;
-}
-
-// ---- per-call key rows --------------------------------------------------------------
-
-OXCFG_WBAES_AVX512 void BuildRows(const DerivedTables& d, PreparedKey* key) {
-  const __m128i high = _mm_set1_epi8(static_cast<char>(0xF0));
-  const __m128i low = _mm_set1_epi8(0x0F);
-  for (int j = 0; j <= key->rounds; ++j) {
-    const int table = j < key->rounds ? 0 : 1;
-    for (int p = 0; p < 16; ++p) {
-      const __m128i hi = _mm_loadu_si128(
-          reinterpret_cast<const __m128i*>(d.keyLines[table][p][key->hiOffset[j][p] & 15]));
-      const __m128i lo = _mm_loadu_si128(
-          reinterpret_cast<const __m128i*>(d.keyLines[table][p][key->loOffset[j][p] & 15]));
-      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][0][RowSlot(p)]),
-                      _mm_and_si128(hi, high));
-      _mm_store_si128(reinterpret_cast<__m128i*>(key->rows[j][1][RowSlot(p)]),
-                      _mm_and_si128(_mm_srli_epi16(lo, 4), low));
-    }
-  }
-}
-
 // ---- single block ---------------------------------------------------------------------
-
-// Where SingleBlock keeps position p's key-mixed byte: column by column, as
-// each column's four outputs come out of one vector.
-constexpr int StateAt(int p) { return 4 * (p & 3) + (p >> 2); }
 
 template <bool kDecipher>
 constexpr int SourceAt(int p) {
   return StateAt(Source(kDecipher, p));
-}
-
-inline std::uint8_t KeyMixByte(const PreparedKey& k, int j, int p, std::uint32_t s) {
-  const int slot = RowSlot(p);
-  return static_cast<std::uint8_t>(k.rows[j][0][slot][s >> 4] | k.rows[j][1][slot][s & 15]);
 }
 
 // vpermb: byte k of the result is table[idx[k] & 63].
@@ -289,14 +122,7 @@ OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& 
   const DerivedTables& f = *k.derived;
   // Key-mixed state of the round being computed and of the next one.
   alignas(16) std::uint8_t state[2][16];
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) {
-    const int at = (p >> 2) + 4 * (p & 3);
-    const std::uint32_t b = kChained ? in[at] ^ chain[at] : in[at];
-    const std::uint8_t* T = t.I + 16 * p;
-    const std::uint32_t s = ((static_cast<std::uint32_t>(T[b >> 4]) << 4) ^ T[b & 15]) & 0xFF;
-    state[0][StateAt(p)] = KeyMixByte(k, 0, p, s);
-  }
+  EnterBlock<kChained>(t, k, in, chain, state[0]);
 
   const int rounds = k.rounds;
   int cur = 0;
@@ -310,9 +136,9 @@ OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& 
       // per output (key rows last; they yield the key-mixed byte's half in
       // place). Composing as (K o L3) o (L2 o L1) keeps two lookups between
       // the loads and the result; the start value is looked up last.
-      const std::uint8_t(&l1)[2][64] = f.lines[4 + c - 4][x[SourceAt<kDecipher>(4 + c)]];
-      const std::uint8_t(&l2)[2][64] = f.lines[8 + c - 4][x[SourceAt<kDecipher>(8 + c)]];
-      const std::uint8_t(&l3)[2][64] = f.lines[12 + c - 4][x[SourceAt<kDecipher>(12 + c)]];
+      const std::uint8_t(&l1)[2][64] = f.lines[c][x[SourceAt<kDecipher>(4 + c)]];
+      const std::uint8_t(&l2)[2][64] = f.lines[4 + c][x[SourceAt<kDecipher>(8 + c)]];
+      const std::uint8_t(&l3)[2][64] = f.lines[8 + c][x[SourceAt<kDecipher>(12 + c)]];
       const std::uint8_t* st = f.start[c][x[SourceAt<kDecipher>(c)]];
       __m512i half[2];
 #pragma GCC unroll 2
@@ -321,19 +147,13 @@ OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& 
         const __m512i first = Lookup64(Load(l1[h]), Load(l2[h]));
         half[h] = Lookup64(Load32(st + 4 * h), Lookup64(first, keyed));
       }
-      const int mixed =
-          _mm_cvtsi128_si32(_mm_or_si128(_mm512_castsi512_si128(half[0]), _mm512_castsi512_si128(half[1])));
+      const int mixed = _mm_cvtsi128_si32(
+          _mm_or_si128(_mm512_castsi512_si128(half[0]), _mm512_castsi512_si128(half[1])));
       std::memcpy(next + 4 * c, &mixed, sizeof mixed);
     }
     cur ^= 1;
   }
-
-  const std::uint8_t* x = state[cur];
-#pragma GCC unroll 16
-  for (int p = 0; p < 16; ++p) {
-    const std::uint32_t v = t.V[256 * p + x[SourceAt<kDecipher>(p)]];
-    out[(p >> 2) + 4 * (p & 3)] = KeyMixByte(k, rounds, p, v);
-  }
+  LeaveBlock<kDecipher>(t, k, state[cur], out);
 }
 
 // ---- block-sliced: one block per byte lane -----------------------------------------
@@ -482,15 +302,6 @@ bool CpuHasAvx512Engine() {
   __builtin_cpu_init();
   return __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
          __builtin_cpu_supports("avx512vl") && __builtin_cpu_supports("avx512vbmi");
-}
-
-void PrepareAvx512(const WbAesDirTables& tables, PreparedKey* key) {
-  key->derived = LinkedDerived(tables);
-  if (key->derived == nullptr) {
-    key->ownDerived.reset(NewDerived(tables));
-    key->derived = key->ownDerived.get();
-  }
-  if (key->derived != nullptr) BuildRows(*key->derived, key);
 }
 
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
