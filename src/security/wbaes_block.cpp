@@ -113,34 +113,34 @@ const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
 
 // ---- portable engine ------------------------------------------------------------------
 
-// One block through the fused tables; with kChained, the block processed is
-// in XOR chain.
+// Column c's four outputs of one inner round, key-mixed with the next round
+// key's rows into mixed. Each step is a byte load: a biased result indexes
+// the same output's next line, then its key row.
+inline void ColumnScalar(const ColumnLines& l, const std::uint8_t (&rows)[2][16][16], int c,
+                         std::uint8_t* mixed) {
+  for (int i = 0; i < 4; ++i) {
+    std::uint8_t part[2];
+    for (int h = 0; h < 2; ++h) {
+      const std::uint8_t* row = rows[h][4 * c];  // the column's 64 bytes
+      part[h] = row[l.step[2][h][l.step[1][h][l.step[0][h][l.start[4 * h + i]]]]];
+    }
+    mixed[i] = static_cast<std::uint8_t>(part[0] | part[1]);
+  }
+}
+
+// One block through the derived tables; with kChained, the block processed
+// is in XOR chain.
 template <bool kDecipher, bool kChained>
 void Block(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
            const std::uint8_t* chain, std::uint8_t* out) {
-  const DerivedTables& d = *k.derived;
-  std::uint8_t state[2][16];
+  std::uint8_t state[2][16];  // key-mixed state of this round and the next
   EnterBlock<kChained>(t, k, in, chain, state[0]);
-  const int rounds = k.rounds;
   int cur = 0;
-  for (int j = 0; j + 1 < rounds; ++j) {
-    const std::uint8_t* x = state[cur];
-    std::uint8_t* next = state[cur ^ 1];
+  for (int j = 0; j + 1 < k.rounds; ++j, cur ^= 1) {
     for (int c = 0; c < 4; ++c) {
-      const std::uint8_t* start = d.start[c][x[StateAt(Source(kDecipher, c))]];
-      const std::uint8_t(&l1)[2][64] = d.lines[c][x[StateAt(Source(kDecipher, 4 + c))]];
-      const std::uint8_t(&l2)[2][64] = d.lines[4 + c][x[StateAt(Source(kDecipher, 8 + c))]];
-      const std::uint8_t(&l3)[2][64] = d.lines[8 + c][x[StateAt(Source(kDecipher, 12 + c))]];
-      // Biased results index the column's next line, then its key row.
-      const std::uint8_t* hiRow = k.rows[j + 1][0][4 * c];
-      const std::uint8_t* loRow = k.rows[j + 1][1][4 * c];
-      for (int i = 0; i < 4; ++i) {
-        const std::uint8_t hi = hiRow[l3[0][l2[0][l1[0][start[i]]]]];
-        const std::uint8_t lo = loRow[l3[1][l2[1][l1[1][start[4 + i]]]]];
-        next[4 * c + i] = static_cast<std::uint8_t>(hi | lo);
-      }
+      ColumnScalar(SelectColumn<kDecipher>(*k.derived, state[cur], c), k.rows[j + 1], c,
+                   state[cur ^ 1] + 4 * c);
     }
-    cur ^= 1;
   }
   LeaveBlock<kDecipher>(t, k, state[cur], out);
 }
@@ -214,59 +214,48 @@ bool EngineAvailable(Engine engine) {
 
 namespace {
 
-bool UseAvx512(Engine engine) {
+// Independent blocks (iv null) or a CBC chain from iv, on the engine asked
+// for; the stage functions when the key has no derived tables.
+void Dispatch(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
+              const std::uint8_t* iv, const std::uint8_t* in, std::uint8_t* out,
+              std::size_t blocks, Engine engine) {
+  // Block b's chaining input: none, the IV, or the output block before it.
+  auto chain = [iv, out](std::size_t b) -> const std::uint8_t* {
+    return iv == nullptr ? nullptr : b == 0 ? iv : out + 16 * (b - 1);
+  };
+  if (key.derived == nullptr) {
+    for (std::size_t b = 0; b < blocks; ++b) {
+      Reference(tables, decipher, key, in + 16 * b, chain(b), out + 16 * b);
+    }
+    return;
+  }
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  return engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine());
-#else
-  (void)engine;
-  return false;
+  if (engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine())) {
+    if (iv != nullptr) {
+      EncipherChainAvx512(tables, key, iv, in, out, blocks);
+    } else {
+      ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
+    }
+    return;
+  }
 #endif
+  (void)engine;
+  auto block = iv != nullptr ? Block<false, true>
+               : decipher    ? Block<true, false>
+                             : Block<false, false>;
+  for (std::size_t b = 0; b < blocks; ++b) block(tables, key, in + 16 * b, chain(b), out + 16 * b);
 }
 
 }  // namespace
 
 void ProcessBlocks(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
-  if (key.derived == nullptr) {
-    for (std::size_t b = 0; b < blocks; ++b) {
-      Reference(tables, decipher, key, in + 16 * b, nullptr, out + 16 * b);
-    }
-    return;
-  }
-#ifdef OXCFG_WBAES_HAVE_AVX512
-  if (UseAvx512(engine)) {
-    ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
-    return;
-  }
-#endif
-  (void)engine;
-  for (std::size_t b = 0; b < blocks; ++b) {
-    if (decipher) {
-      Block<true, false>(tables, key, in + 16 * b, nullptr, out + 16 * b);
-    } else {
-      Block<false, false>(tables, key, in + 16 * b, nullptr, out + 16 * b);
-    }
-  }
+  Dispatch(tables, decipher, key, nullptr, in, out, blocks, engine);
 }
 
 void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const std::uint8_t* iv,
                    const std::uint8_t* in, std::uint8_t* out, std::size_t blocks, Engine engine) {
-  if (key.derived == nullptr) {
-    for (std::size_t b = 0; b < blocks; ++b) {
-      Reference(tables, false, key, in + 16 * b, b == 0 ? iv : out + 16 * (b - 1), out + 16 * b);
-    }
-    return;
-  }
-#ifdef OXCFG_WBAES_HAVE_AVX512
-  if (UseAvx512(engine)) {
-    EncipherChainAvx512(tables, key, iv, in, out, blocks);
-    return;
-  }
-#endif
-  (void)engine;
-  for (std::size_t b = 0; b < blocks; ++b) {
-    Block<false, true>(tables, key, in + 16 * b, b == 0 ? iv : out + 16 * (b - 1), out + 16 * b);
-  }
+  Dispatch(tables, false, key, iv, in, out, blocks, engine);
 }
 
 int ProcessBlock(const WbAesDirTables& tables, bool decipher, const std::uint8_t* in,

@@ -112,6 +112,20 @@ inline void LeaveBlock(const WbAesDirTables& t, const PreparedKey& k, const std:
   }
 }
 
+// What column c's four outputs read in one inner round, selected by the
+// key-mixed state x: the start values and the lines of combining steps 1..3.
+struct ColumnLines {
+  const std::uint8_t* start;
+  const std::uint8_t (*step[3])[64];
+};
+
+template <bool kDecipher>
+inline ColumnLines SelectColumn(const DerivedTables& d, const std::uint8_t* x, int c) {
+  auto at = [x](int p) { return x[StateAt(Source(kDecipher, p))]; };
+  return {d.start[c][at(c)], {d.lines[c][at(4 + c)], d.lines[4 + c][at(8 + c)],
+                              d.lines[8 + c][at(12 + c)]}};
+}
+
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
 // rounds must be 1..kMaxRounds (not checked).
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,

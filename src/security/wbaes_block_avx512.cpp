@@ -98,11 +98,6 @@ OXCFG_WBAES_AVX512 inline __m512i Set8(int v) { return _mm512_set1_epi8(static_c
 
 // ---- single block ---------------------------------------------------------------------
 
-template <bool kDecipher>
-constexpr int SourceAt(int p) {
-  return StateAt(Source(kDecipher, p));
-}
-
 // vpermb: byte k of the result is table[idx[k] & 63].
 OXCFG_WBAES_AVX512 inline __m512i Lookup64(__m512i idx, __m512i table) {
   return _mm512_permutexvar_epi8(idx, table);
@@ -114,44 +109,41 @@ OXCFG_WBAES_AVX512 inline __m512i Load32(const std::uint8_t* p) {
   return _mm512_castsi128_si512(_mm_cvtsi32_si128(static_cast<int>(v)));
 }
 
-// One block; with kChained, the block enciphered is in XOR chain.
+// Column c's four outputs of one inner round, key-mixed with the next round
+// key's rows into mixed. Per nibble half, the three combining steps and the
+// key mixing compose into one 16-entry function per output (key rows last;
+// they yield the key-mixed byte's half in place). Composing as
+// (K o L3) o (L2 o L1) keeps two lookups between the loads and the result;
+// the start value is looked up last.
+OXCFG_WBAES_AVX512 inline void ColumnVector(const ColumnLines& l,
+                                            const std::uint8_t (&rows)[2][16][16], int c,
+                                            std::uint8_t* mixed) {
+  __m512i half[2];
+#pragma GCC unroll 2
+  for (int h = 0; h < 2; ++h) {
+    const __m512i keyed = Lookup64(Load(l.step[2][h]), Load(rows[h][4 * c]));
+    const __m512i first = Lookup64(Load(l.step[0][h]), Load(l.step[1][h]));
+    half[h] = Lookup64(Load32(l.start + 4 * h), Lookup64(first, keyed));
+  }
+  const int v = _mm_cvtsi128_si32(
+      _mm_or_si128(_mm512_castsi512_si128(half[0]), _mm512_castsi512_si128(half[1])));
+  std::memcpy(mixed, &v, sizeof v);
+}
+
+// The portable engine's Block with vector columns.
 template <bool kDecipher, bool kChained>
 OXCFG_WBAES_AVX512 void SingleBlock(const WbAesDirTables& t, const PreparedKey& k,
                                     const std::uint8_t* in, const std::uint8_t* chain,
                                     std::uint8_t* out) {
-  const DerivedTables& f = *k.derived;
-  // Key-mixed state of the round being computed and of the next one.
   alignas(16) std::uint8_t state[2][16];
   EnterBlock<kChained>(t, k, in, chain, state[0]);
-
-  const int rounds = k.rounds;
   int cur = 0;
-  for (int j = 0; j + 1 < rounds; ++j) {
-    const std::uint8_t* x = state[cur];
-    std::uint8_t* next = state[cur ^ 1];
+  for (int j = 0; j + 1 < k.rounds; ++j, cur ^= 1) {
 #pragma GCC unroll 4
     for (int c = 0; c < 4; ++c) {
-      // Per nibble half, the three combining steps of column c's outputs
-      // and the next round's key mixing compose into one 16-entry function
-      // per output (key rows last; they yield the key-mixed byte's half in
-      // place). Composing as (K o L3) o (L2 o L1) keeps two lookups between
-      // the loads and the result; the start value is looked up last.
-      const std::uint8_t(&l1)[2][64] = f.lines[c][x[SourceAt<kDecipher>(4 + c)]];
-      const std::uint8_t(&l2)[2][64] = f.lines[4 + c][x[SourceAt<kDecipher>(8 + c)]];
-      const std::uint8_t(&l3)[2][64] = f.lines[8 + c][x[SourceAt<kDecipher>(12 + c)]];
-      const std::uint8_t* st = f.start[c][x[SourceAt<kDecipher>(c)]];
-      __m512i half[2];
-#pragma GCC unroll 2
-      for (int h = 0; h < 2; ++h) {
-        const __m512i keyed = Lookup64(Load(l3[h]), Load(k.rows[j + 1][h][4 * c]));
-        const __m512i first = Lookup64(Load(l1[h]), Load(l2[h]));
-        half[h] = Lookup64(Load32(st + 4 * h), Lookup64(first, keyed));
-      }
-      const int mixed = _mm_cvtsi128_si32(
-          _mm_or_si128(_mm512_castsi512_si128(half[0]), _mm512_castsi512_si128(half[1])));
-      std::memcpy(next + 4 * c, &mixed, sizeof mixed);
+      ColumnVector(SelectColumn<kDecipher>(*k.derived, state[cur], c), k.rows[j + 1], c,
+                   state[cur ^ 1] + 4 * c);
     }
-    cur ^= 1;
   }
   LeaveBlock<kDecipher>(t, k, state[cur], out);
 }
