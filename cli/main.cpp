@@ -133,7 +133,7 @@ int cmdInit(const std::vector<std::string>& args) {
     std::string data;
     bool secret = name == "PrivateConfig.xml";
     if (!OxBase::ReadWholeFile(from, &data, 64u << 20) ||
-        OxBase::WriteFileAtomic(to, data, secret ? OxBase::FileMode::kSecret : OxBase::FileMode::kKeep) != 0) {
+        !OxBase::WriteFileAtomic(to, data, secret ? OxBase::FileMode::kSecret : OxBase::FileMode::kKeep).ok()) {
       std::fprintf(stderr, "oxcfg: cannot copy %s: %s\n", name.c_str(), std::strerror(errno));
       ++failed;
     } else {

@@ -37,7 +37,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const bool ready = enterWorkDir();
   if (!ready) std::abort();
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (OxBase::WriteFileAtomic("Config.xml", text) != 0) return 0;
+  if (!OxBase::WriteFileAtomic("Config.xml", text).ok()) return 0;
 
   OxConfigMgr::CNetworkCfg network;
   if (network.loadFile()) {

@@ -22,7 +22,7 @@ std::string DirName(const std::string& path) {
   return path.substr(0, slash);
 }
 
-int WriteFileAtomic(const std::string& path, const void* data, size_t len, FileMode mode) {
+WriteOutcome WriteFileAtomic(const std::string& path, const void* data, size_t len, FileMode mode) {
   Env* env = Env::Current();
   const std::string dir = DirName(path);
   size_t slash = path.find_last_of('/');
@@ -43,29 +43,45 @@ int WriteFileAtomic(const std::string& path, const void* data, size_t len, FileM
     }
   }
 
+  WriteOutcome out;
   int fd = env->Open(temp, O_WRONLY | O_CREAT | O_EXCL | O_TRUNC, wanted);
-  if (fd < 0) return -1;
-  auto fail = [&](bool opened) {
-    int saved = errno;
+  if (fd < 0) {
+    out.stage = WriteStage::kCreateTemp;
+    out.error = errno;
+    return out;
+  }
+  auto fail = [&](WriteStage stage, bool opened) {
+    int saved = errno ? errno : EIO;
     if (opened) env->Close(fd);
     env->Unlink(temp);
     errno = saved;
-    return -1;
+    out.stage = stage;
+    out.error = saved;
+    return out;
   };
   // The umask applies at creation; an existing file's bits and the secret
   // mode are applied exactly.
-  if ((keepExisting || mode == FileMode::kSecret) && env->Fchmod(fd, wanted) != 0) return fail(true);
-  if (len > 0 && env->Write(fd, data, len) != static_cast<ssize_t>(len)) {
-    if (errno == 0) errno = EIO;
-    return fail(true);
+  if ((keepExisting || mode == FileMode::kSecret) && env->Fchmod(fd, wanted) != 0)
+    return fail(WriteStage::kCreateTemp, true);
+  if (len > 0) {
+    errno = 0;
+    ssize_t n = env->Write(fd, data, len);
+    if (n != static_cast<ssize_t>(len)) {
+      out.written = n > 0 ? static_cast<size_t>(n) : 0;
+      return fail(WriteStage::kWrite, true);
+    }
   }
-  if (env->Fsync(fd) != 0) return fail(true);
-  if (env->Close(fd) != 0) return fail(false);
-  if (env->Rename(temp, path) != 0) return fail(false);
+  out.written = len;
+  if (env->Fsync(fd) != 0) return fail(WriteStage::kSync, true);
+  if (env->Close(fd) != 0) return fail(WriteStage::kSync, false);
+  if (env->Rename(temp, path) != 0) return fail(WriteStage::kRename, false);
   // The new content is in place; a failed directory sync only weakens
   // durability across a power loss, so it is reported but not undone.
-  if (env->SyncDir(dir) != 0) return -1;
-  return 0;
+  if (env->SyncDir(dir) != 0) {
+    out.stage = WriteStage::kSyncDir;
+    out.error = errno;
+  }
+  return out;
 }
 
 bool ReadWholeFile(const std::string& path, std::string* out, size_t maxBytes) {

@@ -12,15 +12,38 @@ enum class FileMode {
   kSecret,  // 0600, also tightening a target that had looser bits
 };
 
-// Replaces `path` with `len` bytes of `data`: writes a temporary file in the
-// same directory, fsyncs it, renames it over `path` and fsyncs the directory.
-// A crash or failure at any point leaves either the old or the new file, never
-// a partial one, and no temporary file remains after a failure. All writes go
-// through Env::Current(). Returns 0, or -1 with errno set.
-int WriteFileAtomic(const std::string& path, const void* data, size_t len,
-                    FileMode mode = FileMode::kKeep);
-inline int WriteFileAtomic(const std::string& path, const std::string& data,
-                           FileMode mode = FileMode::kKeep) {
+// The stage at which an atomic write stopped.
+enum class WriteStage {
+  kDone,        // the new content is in place and durable
+  kCreateTemp,  // the temporary file could not be created (or its mode set)
+  kWrite,       // short or failed write of the temporary file
+  kSync,        // fsync or close of the temporary file failed
+  kRename,      // the rename over the target failed
+  kSyncDir,     // the rename succeeded; only the directory fsync failed
+};
+
+struct WriteOutcome {
+  WriteStage stage = WriteStage::kDone;
+  int error = 0;  // errno of the failed stage
+  size_t written = 0;  // bytes of the temporary file written before a kWrite failure
+
+  bool ok() const { return stage == WriteStage::kDone; }
+  // True when the target now holds the new content, which is the case also
+  // when only the directory fsync failed: a caller must then keep its memory
+  // in step with the disk rather than roll it back.
+  bool landed() const { return stage == WriteStage::kDone || stage == WriteStage::kSyncDir; }
+};
+
+// Replaces `path` with `len` bytes of `data`: writes a temporary file
+// ".<name>.tmp.<pid>.<n>" in the same directory, fsyncs it, renames it over
+// `path` and fsyncs the directory. A crash or failure at any point leaves
+// either the old or the new file, never a partial one, and no temporary file
+// remains after a failure (a crash leaves one; see RemoveStaleTemporaries).
+// All writes go through Env::Current(); errno is also set on failure.
+WriteOutcome WriteFileAtomic(const std::string& path, const void* data, size_t len,
+                             FileMode mode = FileMode::kKeep);
+inline WriteOutcome WriteFileAtomic(const std::string& path, const std::string& data,
+                                    FileMode mode = FileMode::kKeep) {
   return WriteFileAtomic(path, data.data(), data.size(), mode);
 }
 

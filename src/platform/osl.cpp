@@ -65,7 +65,7 @@ int OSL_CopyFile(const char* from, const char* to) {
   OxBase::FileMode mode = OxBase::FileMode::kKeep;
   // A copy is as private as its source.
   if (::stat(from, &st) == 0 && (st.st_mode & 077) == 0) mode = OxBase::FileMode::kSecret;
-  return OxBase::WriteFileAtomic(to, data, mode);
+  return OxBase::WriteFileAtomic(to, data, mode).landed() ? 0 : -1;
 }
 
 OSL_File OSL_OpenFile(const char* path, int flags, int mode) {

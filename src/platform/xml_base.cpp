@@ -108,7 +108,9 @@ std::string CXmlBase::GetElemXml() const {
 int CXmlBase::WriteToFile(const char* path, FileMode mode) const {
   if (!path) return 0;
   std::string text = ToString();
-  return WriteFileAtomic(path, text, mode) == 0 ? 1 : 0;
+  // A failed directory fsync after the rename still leaves the new text in
+  // place: the caller's memory must follow the disk, so that counts as written.
+  return WriteFileAtomic(path, text, mode).landed() ? 1 : 0;
 }
 
 bool CXmlBase::SetRoot() {

@@ -233,7 +233,7 @@ bool CMaintain::ReadLog4j(std::string& path, std::string& content) {
 }
 
 bool CMaintain::WriteLog4j(std::string& path, std::string& content) {
-  if (OxBase::WriteFileAtomic(path, content, OxBase::FileMode::kKeep) != 0) {
+  if (!OxBase::WriteFileAtomic(path, content, OxBase::FileMode::kKeep).landed()) {
     int err = OSL_GetSystemLastError();
     OXLOG(5, "[%s(%d)] write file failed, elngth[%d]-[%d],error[%d]", static_cast<int>(content.size()), 0,
           err);
