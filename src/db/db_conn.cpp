@@ -6,7 +6,7 @@
 #include <cstring>
 
 #include "db/db_init.h"
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "platform/oxbase.h"
 
 namespace OxConfigMgr {

@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "platform/oxbase.h"
 
 namespace OxConfigMgr {

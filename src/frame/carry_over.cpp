@@ -6,7 +6,7 @@
 
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
 #include "platform/xlog.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "frame/config_store.h"
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "support/test_support.h"
 
 using OxBase::CXmlBase;

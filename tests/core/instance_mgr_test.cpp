@@ -5,7 +5,7 @@
 #include <thread>
 #include <vector>
 
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "frame/osl_guard.h"
 #include "support/test_support.h"
 

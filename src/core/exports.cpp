@@ -4,7 +4,7 @@
 
 #include <exception>
 
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
 

@@ -1,4 +1,4 @@
-#include "frame/instance_mgr.h"
+#include "core/instance_mgr.h"
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxBasicCfg.h>

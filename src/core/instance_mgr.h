@@ -1,8 +1,8 @@
 // The process-wide instance manager: owns one shared handle per configuration
 // object, creates and loads them in a fixed order at start, and hands out
 // copies of the handles.
-#ifndef OXCFG_FRAME_INSTANCE_MGR_H
-#define OXCFG_FRAME_INSTANCE_MGR_H
+#ifndef OXCFG_CORE_INSTANCE_MGR_H
+#define OXCFG_CORE_INSTANCE_MGR_H
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
@@ -87,4 +87,4 @@ class CInstanceMgr : public CSingleton<CInstanceMgr> {
 
 }  // namespace OxConfigMgr
 
-#endif  // OXCFG_FRAME_INSTANCE_MGR_H
+#endif  // OXCFG_CORE_INSTANCE_MGR_H
