@@ -1,5 +1,7 @@
 #include "frame/config_txn.h"
 
+#include "platform/file_lock.h"
+
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -25,11 +27,7 @@ std::map<std::string, ConfigFileTxn::Entry*>* g_entries =
 
 }  // namespace
 
-std::string configLockPath(const std::string& path) {
-  size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos) return "." + path + ".lock";
-  return path.substr(0, slash + 1) + "." + path.substr(slash + 1) + ".lock";
-}
+std::string configLockPath(const std::string& path) { return OxBase::LockPathFor(path); }
 
 ConfigFileTxn::ConfigFileTxn(const std::string& path) {
   {

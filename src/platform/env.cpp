@@ -8,6 +8,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -103,6 +104,14 @@ int Env::Rename(const std::string& from, const std::string& to) {
 int Env::Unlink(const std::string& path) { return ::unlink(path.c_str()); }
 int Env::MakeDir(const std::string& path, mode_t mode) { return ::mkdir(path.c_str(), mode); }
 int Env::RemoveDir(const std::string& path) { return ::rmdir(path.c_str()); }
+
+int Env::Flock(int fd, int op) {
+  int rc;
+  do {
+    rc = ::flock(fd, op);
+  } while (rc != 0 && errno == EINTR);
+  return rc;
+}
 
 int Env::SyncDir(const std::string& dir) {
   int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);

@@ -57,6 +57,8 @@ class Env {
   virtual int RemoveDir(const std::string& path);
   // fsync of a directory, so that a rename inside it is durable.
   virtual int SyncDir(const std::string& dir);
+  // flock(2) on a descriptor (LOCK_EX, LOCK_UN, ...), retried on EINTR.
+  virtual int Flock(int fd, int op);
 
   // --- commands -------------------------------------------------------------
   // Runs argv[0] (searched in PATH when it has no slash) with the given
@@ -99,6 +101,7 @@ class EnvWrapper : public Env {
   int MakeDir(const std::string& p, mode_t m) override { return target_->MakeDir(p, m); }
   int RemoveDir(const std::string& p) override { return target_->RemoveDir(p); }
   int SyncDir(const std::string& d) override { return target_->SyncDir(d); }
+  int Flock(int fd, int op) override { return target_->Flock(fd, op); }
   CommandResult Run(const std::vector<std::string>& a, const std::string& in,
                     const std::string& wd) override {
     return target_->Run(a, in, wd);
