@@ -3,6 +3,7 @@
 #include <cstring>
 #include <string>
 
+#include "frame/backup_merge.h"
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "platform/osl.h"
@@ -80,19 +81,10 @@ int CQAPICfg::setFile(int value) try {
 }
 
 void CQAPICfg::copyBackupConfig() try {
-  const std::string backupPath = OX_BASE_GetCurDir() + "QAPIConfig_Backup.xml";
-  if (OSL_AccessFile(backupPath.c_str(), 0) != 0) return;
-  const std::string path = getQAPIConfigFilePath();
-  ConfigFileTxn txn(path);
-  OxBase::CXmlBase backup, current;
-  if (backup.LoadFile(backupPath) != 1 || current.LoadFile(path) != 1) return;
-  current.SetRoot();
-  backup.SetRoot();
-  copyXMLRecursive(current, backup, nullptr);
-  // The backup is the only copy of the old values until the merge is on
-  // disk.
-  if (current.WriteToFile(path) != 1) return;
-  OSL_DeleteFile(backupPath.c_str());
+  mergeBackupFile(getQAPIConfigFilePath(), OxBase::FileMode::kKeep,
+                  [](OxBase::CXmlBase& current, OxBase::CXmlBase& backup) {
+                    copyXMLRecursive(current, backup, nullptr);
+                  });
 } catch (...) {
 }
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "frame/config_store.h"
-#include "frame/config_txn.h"
+#include "frame/backup_merge.h"
 #include "core/instance_mgr.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
@@ -70,31 +70,22 @@ std::string upgradeOldDocument(CXmlBase& old, std::string version) {
 }  // namespace
 
 void CInstanceMgr::copyBackupConfig() {
-  const std::string backupPath = OX_BASE_GetCurDir() + "Config_Backup.xml";
-  if (OSL_AccessFile(backupPath.c_str(), 0) != 0) return;
+  mergeBackupFile(getConfigFilePath(), OxBase::FileMode::kKeep, [this](CXmlBase& newDoc, CXmlBase& oldDoc) {
+    std::string version;
+    if (xmlWalk(oldDoc, {"Config", "BasicInfo"})) xmlChildText(oldDoc, "SoftwareVersion", &version);
+    m_backupVersion = version;
 
-  ConfigFileTxn txn(getConfigFilePath());
-  CXmlBase oldDoc, newDoc;
-  if (oldDoc.LoadFile(backupPath) != 1) return;
-  if (readConfigFile(newDoc) != 1) return;
+    const std::string oldModel = upgradeOldDocument(oldDoc, version);
 
-  std::string version;
-  if (xmlWalk(oldDoc, {"Config", "BasicInfo"})) xmlChildText(oldDoc, "SoftwareVersion", &version);
-  m_backupVersion = version;
+    newDoc.SetRoot();
+    oldDoc.SetRoot();
+    copyXMLRecursive(newDoc, oldDoc, "SoftwareVersion");
 
-  const std::string oldModel = upgradeOldDocument(oldDoc, version);
-
-  newDoc.SetRoot();
-  oldDoc.SetRoot();
-  copyXMLRecursive(newDoc, oldDoc, "SoftwareVersion");
-
-  updateNetworkCfg(newDoc, oldDoc);
-  updateNATGatewayCfg(newDoc, oldDoc);
-  updateEventSubCfg(newDoc, oldModel);
-  updateWispListenCfg(newDoc, oldDoc);
-
-  writeConfigFile(newDoc);
-  OSL_DeleteFile(backupPath.c_str());
+    updateNetworkCfg(newDoc, oldDoc);
+    updateNATGatewayCfg(newDoc, oldDoc);
+    updateEventSubCfg(newDoc, oldModel);
+    updateWispListenCfg(newDoc, oldDoc);
+  });
 }
 
 void CInstanceMgr::updateNetworkCfg(CXmlBase& newDoc, CXmlBase& oldDoc) {

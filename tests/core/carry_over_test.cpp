@@ -1,5 +1,6 @@
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <cerrno>
 #include <initializer_list>
 #include <string>
 
@@ -176,6 +177,38 @@ TEST_F(CarryOverTest, TheBackupIsConsumedOnceThroughStart) {
   EXPECT_EQ(OX_ConfigMgr_Start(), 1);
   EXPECT_EQ(oxtest::readFile(path("Config.xml")), after);
   EXPECT_EQ(OX_ConfigMgr_GetBackupVersion(), "1.7.0.0");  // kept for the process
+}
+
+// The same policy for every file that has a backup twin: the backup is the
+// only copy of the old values until the merged file is durably on disk.
+TEST_F(CarryOverTest, EveryBackupStaysUntilItsMergeIsDurable) {
+  setOld({"Config", "Network", "HTTP"}, "Port", "8080");
+  ASSERT_EQ(old_.WriteToFile(path("Config_Backup.xml")), 1);
+  oxtest::writeFile(path("QAPIConfig_Backup.xml"),
+                    "<Config><QAPIConfig><Enable>1</Enable><Mode>all</Mode></QAPIConfig></Config>");
+  for (auto op : {oxtest::FaultEnv::kWrite, oxtest::FaultEnv::kRename, oxtest::FaultEnv::kSyncDir}) {
+    oxtest::LogCapture log;
+    {
+      oxtest::FaultEnv env;
+      env.failOn(op, ENOSPC);
+      oxtest::ScopedEnv scoped(&env);
+      OxConfigMgr::CSingleton<OxConfigMgr::CInstanceMgr>::Instance()->copyBackupConfig();
+      OxConfigMgr::CQAPICfg qapi;
+      qapi.copyBackupConfig();
+    }
+    EXPECT_TRUE(oxtest::fileExists(path("Config_Backup.xml"))) << op;
+    EXPECT_TRUE(oxtest::fileExists(path("QAPIConfig_Backup.xml"))) << op;
+    EXPECT_TRUE(log.contains("Config_Backup.xml kept")) << op;
+    EXPECT_TRUE(log.contains("QAPIConfig_Backup.xml kept")) << op;
+  }
+
+  OxConfigMgr::CSingleton<OxConfigMgr::CInstanceMgr>::Instance()->copyBackupConfig();
+  OxConfigMgr::CQAPICfg qapi;
+  ASSERT_EQ(qapi.loadFile(), 1);
+  EXPECT_EQ(now({"Config", "Network", "HTTP", "Port"}), "8080");
+  EXPECT_EQ(qapi.getQAPIMode(), 3);
+  EXPECT_FALSE(oxtest::fileExists(path("Config_Backup.xml")));
+  EXPECT_FALSE(oxtest::fileExists(path("QAPIConfig_Backup.xml")));
 }
 
 }  // namespace
