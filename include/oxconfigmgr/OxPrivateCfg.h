@@ -9,6 +9,10 @@
 
 #include <cstdint>
 
+namespace OxBase {
+class CXmlBase;
+}
+
 namespace OxConfigMgr {
 
 struct tagLDMInfo {
@@ -56,9 +60,11 @@ class OXCFG_API CPrivateCfg {
   // Fills both white-box key-material blocks from the built-in constants,
   // merges a left-over "PrivateConfig_Backup.xml", reads "PrivateConfig.xml"
   // and, when it has no storage parameters yet, creates a fresh random
-  // storage key and IV and adds them (enciphered) to the file. False only when
-  // the file cannot be read. May run again (after an import). Not to be run
-  // concurrently with itself; getters may run meanwhile.
+  // storage key and IV and adds them (enciphered) to the file. False when the
+  // file cannot be read, or when fresh storage parameters could not be
+  // written to it (the new key is then dropped: no database may be created
+  // with a key that no file holds). May run again (after an import). Not to
+  // be run concurrently with itself; getters may run meanwhile. Never throws.
   bool loadFile();
 
   // Copies of the records; thread-safe.
@@ -73,11 +79,13 @@ class OXCFG_API CPrivateCfg {
   // has an "Encrypt" element without storage parameters. False (logged) when
   // the file cannot be read or parsed.
   bool readAllParam(int& createStorage);
-  // Generates the storage key and IV, keeps them in memory and adds them,
-  // enciphered, under "Encrypt" in the file (rewritten, mode 0600).
+  // Generates the storage key and IV and adds them, enciphered, under
+  // "Encrypt" in the file (rewritten, mode 0600); memory takes them only once
+  // the file holds them.
   void createParam();
   // Merges "PrivateConfig_Backup.xml" into the file, keeping the backup's
-  // storage parameters, then deletes the backup; an unreadable backup stays.
+  // storage parameters, then deletes the backup; a backup that does not load,
+  // or whose merge could not be written durably, stays for the next start.
   void copyBackupConfig();
 
   // Load a key-material block from "wbaes_key_dec" / "wbaes_key_enc" in the
@@ -91,6 +99,12 @@ class OXCFG_API CPrivateCfg {
 
  private:
   void readWbaesFile(const char* name, unsigned char* block);
+  // Reads "Encrypt" (current element) into `enc`; false when it has no
+  // "Storage".
+  bool readEncrypt(OxBase::CXmlBase& xml, tagEncryptInfo& enc);
+  // createParam's work; true only when the new parameters are in the file
+  // (and then in memory).
+  bool createStorageParams();
 
   tagLDMInfo m_ldm;
   tagHTTPServiceInfo m_http;

@@ -1,11 +1,10 @@
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxWbAes.h>
 
-#include <openssl/crypto.h>
-
 #include <cstring>
 #include <string>
 
+#include "frame/backup_merge.h"
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "frame/osl_guard.h"
@@ -13,6 +12,7 @@
 #include "platform/hex.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
+#include "platform/secure_wipe.h"
 #include "platform/xlog.h"
 #include "platform/xml_base.h"
 #include "security/wbaes_internal.h"
@@ -32,12 +32,54 @@ void readNumber(CXmlBase& xml, const char* name, T* field) {
   if (xml.FindElem(name)) *field = static_cast<T>(OSL_Atoi32(xml.GetData()));
 }
 
-// Wipes secrets held in locals.
-struct Cleanse {
-  void* p;
-  size_t n;
-  ~Cleanse() { OPENSSL_cleanse(p, n); }
-};
+// Enters section `name` of the current level, runs `read` inside it and
+// leaves it again; a missing section reads nothing.
+template <class Read>
+void readSection(CXmlBase& xml, const char* name, Read&& read) {
+  if (!xml.FindElem(name) || !xml.IntoElem()) return;
+  read();
+  xml.OutOfElem();
+}
+
+// The enciphered "Key" text: at most 64 hexadecimal characters, 32 bytes.
+// Text of another length deciphers to garbage (or not at all), never past
+// the fields.
+void decipherKey(const char* hexText, const unsigned char* decKey, const unsigned char* iv,
+                 tagEncryptInfo& enc) {
+  char text[65] = {0};
+  OxBase::ScopedWipe wipeText(text, sizeof text);
+  OSL_Strncpy(text, hexText, sizeof text);
+  unsigned char cipher[32] = {0};
+  int bytes = convertCharArrayToByteArray(text, static_cast<int>(std::strlen(text)), cipher, 32);
+  int outLen = 32;
+  nyxwbaes_dynamic_cbc_decrypt(cipher, bytes, enc.storageKey, &outLen, kKeyBits, decKey, iv);
+  enc.storageKey[32] = 0;
+}
+
+// The enciphered "IV" text: its first 32 characters carry the 16 enciphered
+// bytes.
+void decipherIV(const char* hexText, const unsigned char* decKey, const unsigned char* iv,
+                tagEncryptInfo& enc) {
+  char text[33] = {0};
+  OSL_Strncpy(text, hexText, sizeof text);
+  unsigned char cipher[16] = {0};
+  convertCharArrayToByteArray(text, 32, cipher, 16);
+  int outLen = 16;
+  nyxwbaes_dynamic_cbc_decrypt(cipher, 16, enc.storageIV, &outLen, kKeyBits, decKey, iv);
+  enc.storageIV[16] = 0;
+}
+
+// Enciphers `len` bytes of `clear` into a zeroed 32-byte block and returns
+// the whole block as 64 hexadecimal characters.
+std::string encipherToHex(const unsigned char* clear, int len, const unsigned char* encKey,
+                          const unsigned char* iv) {
+  unsigned char cipher[32] = {0};
+  int outLen = sizeof cipher;
+  nyxwbaes_dynamic_cbc_encrypt(clear, len, cipher, &outLen, kKeyBits, encKey, iv);
+  char text[65] = {0};
+  convertByteArrayToCharArray(cipher, 32, text, 64);
+  return text;
+}
 
 }  // namespace
 
@@ -51,51 +93,40 @@ CPrivateCfg::CPrivateCfg() {
   std::memset(m_wbaesDecKey, 0, sizeof m_wbaesDecKey);
 }
 
-CPrivateCfg::~CPrivateCfg() {
-  OPENSSL_cleanse(&m_encrypt, sizeof m_encrypt);
+CPrivateCfg::~CPrivateCfg() { OxBase::SecureWipe(&m_encrypt, sizeof m_encrypt); }
+
+bool CPrivateCfg::loadFile() try {
+  getWbAesDecryptKey();
+  getWbAesEncryptKey();
+  ConfigFileTxn txn(getPrivateConfigFilePath());
+  copyBackupConfig();
+  int createStorage = 0;
+  if (!readAllParam(createStorage)) return false;
+  // A storage key that did not reach the file must not open (or create) a
+  // database: no later start could open it again.
+  return !createStorage || createStorageParams();
+} catch (...) {
+  return false;
 }
 
-bool CPrivateCfg::loadFile() {
-  try {
-    getWbAesDecryptKey();
-    getWbAesEncryptKey();
-    ConfigFileTxn txn(getPrivateConfigFilePath());
-    copyBackupConfig();
-    int createStorage = 0;
-    if (!readAllParam(createStorage)) return false;
-    if (createStorage) createParam();
-    return true;
-  } catch (...) {
-    return false;
+// The getters copy under the record mutex; a failed lock leaves `out` as it
+// was rather than throwing into the host.
+#define OXCFG_COPY_RECORD(out, member) \
+  try {                                \
+    OSL_Guard guard(&m_mutex);         \
+    out = member;                      \
+  } catch (...) {                      \
   }
-}
 
-void CPrivateCfg::getLDMParams(tagLDMInfo& out) {
-  OSL_Guard guard(&m_mutex);
-  out = m_ldm;
-}
+void CPrivateCfg::getLDMParams(tagLDMInfo& out) { OXCFG_COPY_RECORD(out, m_ldm) }
+void CPrivateCfg::getHttpServiceParams(tagHTTPServiceInfo& out) { OXCFG_COPY_RECORD(out, m_http) }
+void CPrivateCfg::getWebsocketServiceParams(tagWebSocketServiceInfo& out) { OXCFG_COPY_RECORD(out, m_webSocket) }
+void CPrivateCfg::getInternalCommParams(tagInternalCommunicationInfo& out) { OXCFG_COPY_RECORD(out, m_internalComm) }
+void CPrivateCfg::getEncryptParams(tagEncryptInfo& out) { OXCFG_COPY_RECORD(out, m_encrypt) }
 
-void CPrivateCfg::getHttpServiceParams(tagHTTPServiceInfo& out) {
-  OSL_Guard guard(&m_mutex);
-  out = m_http;
-}
+#undef OXCFG_COPY_RECORD
 
-void CPrivateCfg::getWebsocketServiceParams(tagWebSocketServiceInfo& out) {
-  OSL_Guard guard(&m_mutex);
-  out = m_webSocket;
-}
-
-void CPrivateCfg::getInternalCommParams(tagInternalCommunicationInfo& out) {
-  OSL_Guard guard(&m_mutex);
-  out = m_internalComm;
-}
-
-void CPrivateCfg::getEncryptParams(tagEncryptInfo& out) {
-  OSL_Guard guard(&m_mutex);
-  out = m_encrypt;
-}
-
-bool CPrivateCfg::readAllParam(int& createStorage) {
+bool CPrivateCfg::readAllParam(int& createStorage) try {
   CXmlBase xml;
   if (xml.LoadFile(getPrivateConfigFilePath()) != 1) {
     OXLOG(5, "[%s(%d)] config file is not exist");
@@ -118,80 +149,30 @@ bool CPrivateCfg::readAllParam(int& createStorage) {
     comm = m_internalComm;
     enc = m_encrypt;
   }
-  Cleanse wipeEnc{&enc, sizeof enc};
+  OxBase::ScopedWipe wipeEnc(&enc, sizeof enc);
 
-  if (xml.FindElem("LDM") && xml.IntoElem()) {
+  readSection(xml, "LDM", [&] {
     readNumber(xml, "LDMPort", &ldm.ldmPort);
     readNumber(xml, "LDMOperationPort", &ldm.ldmOperationPort);
     readNumber(xml, "LDMAlarmPort", &ldm.ldmAlarmPort);
     readNumber(xml, "LDMStreamPort", &ldm.ldmStreamPort);
     readNumber(xml, "LumenRegisterPort", &ldm.lumenRegisterPort);
     readNumber(xml, "LumenAlarmPort", &ldm.lumenAlarmPort);
-    xml.OutOfElem();
-  }
-  if (xml.FindElem("HTTPService") && xml.IntoElem()) {
+  });
+  readSection(xml, "HTTPService", [&] {
     readNumber(xml, "Port", &http.port);
     readNumber(xml, "TaskThread", &http.taskThread);
     readNumber(xml, "AudioTalkPort", &http.audioTalkPort);
-    xml.OutOfElem();
-  }
-  if (xml.FindElem("WebSocketService") && xml.IntoElem()) {
+  });
+  readSection(xml, "WebSocketService", [&] {
     readNumber(xml, "Port", &webSocket.port);
     readNumber(xml, "TaskThread", &webSocket.taskThread);
-    xml.OutOfElem();
-  }
-  if (xml.FindElem("InternalCommunication") && xml.IntoElem()) {
+  });
+  readSection(xml, "InternalCommunication", [&] {
     readNumber(xml, "ConnectTimeOut", &comm.connectTimeOut);
     readNumber(xml, "RecvTimeOut", &comm.recvTimeOut);
-    xml.OutOfElem();
-  }
-  if (xml.FindElem("Encrypt")) {
-    bool hasStorage = false;
-    if (xml.IntoElem()) {
-      if (xml.FindElem("QAPI") && xml.IntoElem()) {
-        readNumber(xml, "Level", &enc.level);
-        readNumber(xml, "Iterations", &enc.iterations);
-        xml.OutOfElem();
-      }
-      if (xml.FindElem("Storage")) {
-        hasStorage = true;
-        if (xml.IntoElem()) {
-          if (xml.FindElem("WbaesIV")) {
-            std::memset(enc.wbaesIV, 0, sizeof enc.wbaesIV);
-            std::strncpy(enc.wbaesIV, xml.GetData(), 16);
-          }
-          const unsigned char* iv = reinterpret_cast<const unsigned char*>(enc.wbaesIV);
-          if (xml.FindElem("Key")) {
-            // At most 64 hexadecimal characters: 32 enciphered bytes. Text of
-            // another length deciphers to garbage (or not at all), never past
-            // the fields.
-            char text[65] = {0};
-            std::strncpy(text, xml.GetData(), 64);
-            int n = static_cast<int>(std::strlen(text));
-            unsigned char cipher[32] = {0};
-            int bytes = convertCharArrayToByteArray(text, n, cipher, 32);
-            int outLen = 32;
-            nyxwbaes_dynamic_cbc_decrypt(cipher, bytes, enc.storageKey, &outLen, kKeyBits,
-                                         m_wbaesDecKey, iv);
-            enc.storageKey[32] = 0;
-            OPENSSL_cleanse(text, sizeof text);
-          }
-          if (xml.FindElem("IV")) {
-            char text[33] = {0};
-            std::strncpy(text, xml.GetData(), 32);
-            unsigned char cipher[16] = {0};
-            convertCharArrayToByteArray(text, 32, cipher, 16);
-            int outLen = 16;
-            nyxwbaes_dynamic_cbc_decrypt(cipher, 16, enc.storageIV, &outLen, kKeyBits, m_wbaesDecKey, iv);
-            enc.storageIV[16] = 0;
-          }
-          xml.OutOfElem();
-        }
-      }
-      xml.OutOfElem();
-    }
-    if (!hasStorage) createStorage = 1;
-  }
+  });
+  if (xml.FindElem("Encrypt") && !readEncrypt(xml, enc)) createStorage = 1;
 
   OSL_Guard guard(&m_mutex);
   m_ldm = ldm;
@@ -200,19 +181,49 @@ bool CPrivateCfg::readAllParam(int& createStorage) {
   m_internalComm = comm;
   m_encrypt = enc;
   return true;
+} catch (...) {
+  return false;
 }
 
-void CPrivateCfg::createParam() {
+bool CPrivateCfg::readEncrypt(CXmlBase& xml, tagEncryptInfo& enc) {
+  bool hasStorage = false;
+  readSection(xml, "Encrypt", [&] {
+    readSection(xml, "QAPI", [&] {
+      readNumber(xml, "Level", &enc.level);
+      readNumber(xml, "Iterations", &enc.iterations);
+    });
+    hasStorage = xml.FindElem("Storage");
+    readSection(xml, "Storage", [&] {
+      if (xml.FindElem("WbaesIV")) {
+        std::memset(enc.wbaesIV, 0, sizeof enc.wbaesIV);
+        OSL_Strncpy(enc.wbaesIV, xml.GetData(), 17);  // the first 16 characters
+      }
+      const unsigned char* iv = reinterpret_cast<const unsigned char*>(enc.wbaesIV);
+      if (xml.FindElem("Key")) decipherKey(xml.GetData(), m_wbaesDecKey, iv, enc);
+      if (xml.FindElem("IV")) decipherIV(xml.GetData(), m_wbaesDecKey, iv, enc);
+    });
+  });
+  return hasStorage;
+}
+
+void CPrivateCfg::createParam() try {
+  createStorageParams();
+} catch (...) {
+}
+
+bool CPrivateCfg::createStorageParams() {
   const std::string path = getPrivateConfigFilePath();
   CXmlBase xml;
-  if (xml.LoadFile(path) != 1) return;
+  if (xml.LoadFile(path) != 1) return false;
 
   tagEncryptInfo enc;
   {
     OSL_Guard guard(&m_mutex);
     enc = m_encrypt;
   }
-  Cleanse wipeEnc{&enc, sizeof enc};
+  OxBase::ScopedWipe wipeEnc(&enc, sizeof enc);
+  unsigned char digest[32];
+  OxBase::ScopedWipe wipeDigest(digest, sizeof digest);
 
   OSL_UUID uuid;
   OSL_GetUUID(&uuid);
@@ -220,65 +231,51 @@ void CPrivateCfg::createParam() {
   convertByteArrayToCharArray(uuid.data, 8, enc.wbaesIV, 16);
   const unsigned char* iv = reinterpret_cast<const unsigned char*>(enc.wbaesIV);
 
-  unsigned char digest[32];
-  Cleanse wipeDigest{digest, sizeof digest};
   OSL_GetUUID(&uuid);
-  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return;
+  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return false;
   std::memcpy(enc.storageKey, digest, 32);
   enc.storageKey[32] = 0;
-  unsigned char cipherKey[32] = {0};
-  int outLen = sizeof cipherKey;
-  nyxwbaes_dynamic_cbc_encrypt(enc.storageKey, 32, cipherKey, &outLen, kKeyBits, m_wbaesEncKey, iv);
-  char keyText[65] = {0};
-  convertByteArrayToCharArray(cipherKey, 32, keyText, 64);
+  const std::string keyText = encipherToHex(enc.storageKey, 32, m_wbaesEncKey, iv);
 
   OSL_GetUUID(&uuid);
-  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return;
+  if (!OxBase::Sha256(uuid.data, sizeof uuid.data, digest)) return false;
   std::memcpy(enc.storageIV, digest, 16);
   enc.storageIV[16] = 0;
   // The IV text carries 32 bytes of which only the first 16 are enciphered
   // data; the rest stays zero.
-  unsigned char cipherIV[32] = {0};
-  outLen = sizeof cipherIV;
-  nyxwbaes_dynamic_cbc_encrypt(enc.storageIV, 16, cipherIV, &outLen, kKeyBits, m_wbaesEncKey, iv);
-  char ivText[65] = {0};
-  convertByteArrayToCharArray(cipherIV, 32, ivText, 64);
+  const std::string ivText = encipherToHex(enc.storageIV, 16, m_wbaesEncKey, iv);
 
   if (xml.FindElem("PrivateConfig") && xml.IntoElem() && xml.FindElem("Encrypt")) {
     xml.AddNode("Storage");
     xml.AddNode("WbaesIV", std::string(enc.wbaesIV, 16).c_str());
-    xml.AddNode("Key", keyText);
-    xml.AddNode("IV", ivText);
+    xml.AddNode("Key", keyText.c_str());
+    xml.AddNode("IV", ivText.c_str());
   }
-  xml.WriteToFile(path, OxBase::FileMode::kSecret);
-
+  // The key exists only once the file holds it.
+  if (xml.WriteToFile(path, OxBase::FileMode::kSecret) != 1) {
+    OXLOG(5, "[%s(%d)] write storage parameters failed[%d]", OSL_GetSystemLastError());
+    return false;
+  }
   OSL_Guard guard(&m_mutex);
   m_encrypt = enc;
+  return true;
 }
 
-void CPrivateCfg::copyBackupConfig() {
-  const std::string backupPath = OX_BASE_GetCurDir() + "PrivateConfig_Backup.xml";
-  if (OSL_AccessFile(backupPath.c_str(), 0) != 0) return;
-  const std::string path = getPrivateConfigFilePath();
-  CXmlBase backup, current;
-  if (backup.LoadFile(backupPath) != 1 || current.LoadFile(path) != 1) return;
-
-  backup.SetRoot();
-  current.SetRoot();
-  copyXMLRecursive(current, backup, nullptr);
-
-  // The previous installation's storage key opens the existing database: it
-  // replaces whatever the new file holds.
-  if (xmlWalk(backup, {"PrivateConfig", "Encrypt", "Storage"}) &&
-      xmlWalk(current, {"PrivateConfig", "Encrypt"})) {
-    CXmlBase storage;
-    if (storage.Parse(backup.GetElemXml()) == 1) {
-      current.RemoveChildren("Storage");
-      current.AddNode(storage);
+void CPrivateCfg::copyBackupConfig() try {
+  mergeBackupFile(getPrivateConfigFilePath(), OxBase::FileMode::kSecret, [](CXmlBase& current, CXmlBase& backup) {
+    copyXMLRecursive(current, backup, nullptr);
+    // The previous installation's storage key opens the existing database:
+    // it replaces whatever the new file holds.
+    if (xmlWalk(backup, {"PrivateConfig", "Encrypt", "Storage"}) &&
+        xmlWalk(current, {"PrivateConfig", "Encrypt"})) {
+      CXmlBase storage;
+      if (storage.Parse(backup.GetElemXml()) == 1) {
+        current.RemoveChildren("Storage");
+        current.AddNode(storage);
+      }
     }
-  }
-  current.WriteToFile(path, OxBase::FileMode::kSecret);
-  OSL_DeleteFile(backupPath.c_str());
+  });
+} catch (...) {
 }
 
 void CPrivateCfg::getWbAesDecryptKey() {
@@ -309,7 +306,7 @@ void CPrivateCfg::readWbaesFile(const char* name, unsigned char* block) {
   } else {
     std::memcpy(block, buf, kKeyMaterialSize);
   }
-  OPENSSL_cleanse(buf, sizeof buf);
+  OxBase::SecureWipe(buf, sizeof buf);
   OSL_CloseFile(file);
 }
 

@@ -1,5 +1,6 @@
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <cerrno>
 #include <cstring>
 #include <string>
 
@@ -190,6 +191,63 @@ TEST_F(PrivateCfgTest, StartFailsWithoutTheFileAndResumesOnceItIsThere) {
   EXPECT_EQ(OX_ConfigMgr_Start(), 1);
   ASSERT_TRUE(OX_ConfigMgr_GetPrivateCfg());
   EXPECT_TRUE(OX_ConfigMgr_GetSecurityStatus());
+}
+
+TEST_F(PrivateCfgTest, AKeyThatDidNotReachTheFileFailsTheStartAndCreatesNoDatabase) {
+  const std::string installed = oxtest::readFile(path("PrivateConfig.xml"));
+  oxtest::LogCapture log;
+  {
+    oxtest::FaultEnv env;
+    env.failOn(oxtest::FaultEnv::kRename, ENOSPC);
+    oxtest::ScopedEnv scoped(&env);
+    EXPECT_EQ(OX_ConfigMgr_Start(), 0);
+  }
+  EXPECT_TRUE(log.has(5, "CPrivateCfg loadFile falied"));
+  EXPECT_FALSE(OX_ConfigMgr_GetPrivateCfg());
+  EXPECT_FALSE(oxtest::fileExists(path("Config.db3")));
+  EXPECT_EQ(oxtest::readFile(path("PrivateConfig.xml")), installed);
+
+  // Once the disk takes it, the key that opens the database is the file's.
+  ASSERT_EQ(OX_ConfigMgr_Start(), 1);
+  tagEncryptInfo used;
+  OX_ConfigMgr_GetPrivateCfg()->getEncryptParams(used);
+  CPrivateCfg reread;
+  ASSERT_TRUE(reread.loadFile());
+  tagEncryptInfo stored;
+  reread.getEncryptParams(stored);
+  EXPECT_EQ(keyHex(stored), keyHex(used));
+  EXPECT_TRUE(oxtest::fileExists(path("Config.db3")));
+}
+
+TEST_F(PrivateCfgTest, ABackupWhoseMergeWasNotWrittenStaysForTheNextStart) {
+  CPrivateCfg old;
+  ASSERT_TRUE(old.loadFile());
+  tagEncryptInfo before;
+  old.getEncryptParams(before);
+  const std::string backup = oxtest::readFile(path("PrivateConfig.xml"));
+  oxtest::writeFile(path("PrivateConfig_Backup.xml"), backup);
+  oxtest::copyFactory(dir());
+
+  // Every way the merged file can fail to become durable keeps the backup:
+  // it may be the only copy of the previous key.
+  for (auto op : {oxtest::FaultEnv::kOpen, oxtest::FaultEnv::kWrite, oxtest::FaultEnv::kFsync,
+                  oxtest::FaultEnv::kRename, oxtest::FaultEnv::kSyncDir}) {
+    oxtest::LogCapture log;
+    oxtest::FaultEnv env;
+    env.failOn(op, EIO);
+    oxtest::ScopedEnv scoped(&env);
+    CPrivateCfg upgraded;
+    upgraded.copyBackupConfig();
+    EXPECT_TRUE(oxtest::fileExists(path("PrivateConfig_Backup.xml"))) << op;
+    EXPECT_TRUE(log.contains("PrivateConfig_Backup.xml kept")) << op;
+  }
+
+  CPrivateCfg upgraded;
+  ASSERT_TRUE(upgraded.loadFile());
+  tagEncryptInfo after;
+  upgraded.getEncryptParams(after);
+  EXPECT_EQ(keyHex(after), keyHex(before));
+  EXPECT_FALSE(oxtest::fileExists(path("PrivateConfig_Backup.xml")));
 }
 
 }  // namespace
