@@ -20,11 +20,9 @@ namespace OxConfigMgr {
 
 namespace {
 
-// Start's failure messages all name "start" as their function.
-#define START_LOG(fmt, ...) xlog_format(5, "OXW", fmt, "start", __LINE__, ##__VA_ARGS__)
-
 // Creates the object of an empty slot and loads it; the slot is filled only
-// when the load succeeded, so a later start retries a failed load.
+// when the load succeeded, so a later start retries a failed load. A filled
+// slot is neither re-created nor re-loaded.
 template <class T, class Load>
 bool createAndLoad(std::shared_ptr<T>& slot, Load&& load) {
   if (slot) return true;
@@ -35,11 +33,80 @@ bool createAndLoad(std::shared_ptr<T>& slot, Load&& load) {
 }
 
 template <class T>
-void createOnly(std::shared_ptr<T>& slot) {
+bool createOnly(std::shared_ptr<T>& slot) {
   if (!slot) slot = std::make_shared<T>();
+  return true;
 }
 
 }  // namespace
+
+// One row per start step, run in order. `failure` is logged at level 5 with
+// "start" as the function when `run` fails (null: the step fails silently);
+// the start then returns 0 at once, leaving the slots filled so far. Steps
+// that only load into an empty slot are skipped by a retry (see
+// createAndLoad), so a retry resumes at the failed step.
+struct CInstanceMgr::StartStep {
+  int number;
+  const char* failure;
+  int line;  // source line of the row, logged as the failure's line
+  bool (*run)(CInstanceMgr& m);
+};
+
+#define OXCFG_STEP(number, failure, ...) {number, failure, __LINE__, __VA_ARGS__}
+
+const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
+  using M = CInstanceMgr;
+  static const StartStep kSteps[] = {
+      // The private configuration holds the key of the configuration database.
+      OXCFG_STEP(2, "[%s(%d)] CPrivateCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); }); }),
+      // Both databases are brought to the current schema on every start,
+      // whatever the slots hold.
+      OXCFG_STEP(3, "[%s(%d)] InitDB falied",
+       [](M&) { return CSingleton<CGatewayDBInitManager>::Instance()->InitDB(1) != 0; }),
+      OXCFG_STEP(4, "[%s(%d)] InitSyslog falied",
+       [](M&) { return CSingleton<CSyslogDBInitManager>::Instance()->InitDB(0) != 0; }),
+      OXCFG_STEP(5, "[%s(%d)] CBasicCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_basicCfg, [](CBasicCfg& o) { return o.loadFile() == 1; }); }),
+      // Maintenance opens the system-log connection; it reports with the
+      // user step's text.
+      OXCFG_STEP(6, "[%s(%d)] CUserCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_maintain, [](CMaintain& o) { return o.loadFile() && o.start(); }); }),
+      OXCFG_STEP(7, "[%s(%d)] CUserCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_userCfg, [](CUserCfg& o) { return o.loadDatabase(0); }); }),
+      OXCFG_STEP(8, "[%s(%d)] CNATGateway loadFile falied",
+       [](M& m) { return createAndLoad(m.m_natGateway, [](CNATGateway& o) { return o.loadFile(); }); }),
+      OXCFG_STEP(9, nullptr, [](M& m) { return createOnly(m.m_securityStatus); }),
+      // The message names loadFile although start() runs.
+      OXCFG_STEP(10, "[%s(%d)] CNetworkCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_networkCfg, [](CNetworkCfg& o) { return o.start(); }); }),
+      OXCFG_STEP(13, "[%s(%d)] CQAPICfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_qapiCfg, [](CQAPICfg& o) { return o.loadFile() == 1; }); }),
+      // The alarm monitor's token is put in force when the object is made; a
+      // restart does not touch it (only a refresh changes the token).
+      OXCFG_STEP(14, "[%s(%d)] CAlarmMonitorCfg loadFile falied",
+       [](M& m) {
+         const bool isNew = !m.m_alarmMonitorCfg;
+         if (!createAndLoad(m.m_alarmMonitorCfg, [](CAlarmMonitorCfg& o) { return o.loadFile() == 1; }))
+           return false;
+         if (isNew) CSingleton<CTokenMgr>::Instance()->setToken();
+         return true;
+       }),
+      OXCFG_STEP(15, "[%s(%d)] CHttpHostCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_httpHostCfg, [](CHttpHostCfg& o) { return o.loadFile() == 1; }); }),
+      OXCFG_STEP(16, "[%s(%d)] CEventSubCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_eventSubCfg, [](CEventSubCfg& o) { return o.loadFile() == 1; }); }),
+      OXCFG_STEP(17, "[%s(%d)] CWispListenCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_wispListenCfg, [](CWispListenCfg& o) { return o.loadFile() == 1; }); }),
+      OXCFG_STEP(19, "[%s(%d)] CDeviceMgmtCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; }); }),
+      OXCFG_STEP(21, "[%s(%d)] CMetadataCfg loadFile falied",
+       [](M& m) { return createAndLoad(m.m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; }); }),
+  };
+#undef OXCFG_STEP
+  *count = sizeof kSteps / sizeof kSteps[0];
+  return kSteps;
+}
 
 CInstanceMgr::CInstanceMgr() = default;
 
@@ -51,118 +118,25 @@ int CInstanceMgr::stop() { return 1; }
 
 int CInstanceMgr::start() {
   xlog_configure_from_cwd();
+  // Step 1, outside the guard of the others: its outcome is not examined.
   copyBackupConfig();
   try {
     return runSteps();
   } catch (const std::exception& e) {
-    START_LOG("[%s(%d)] [err=%s]start CInstanceMgr failed", e.what());
+    xlog_format(5, "OXW", "[%s(%d)] [err=%s]start CInstanceMgr failed", "start", __LINE__, e.what());
   } catch (...) {
-    START_LOG("[%s(%d)] [errCode=%d]start CInstanceMgr failed", OSL_GetSystemLastError());
+    xlog_format(5, "OXW", "[%s(%d)] [errCode=%d]start CInstanceMgr failed", "start", __LINE__,
+                OSL_GetSystemLastError());
   }
   return 0;
 }
 
 int CInstanceMgr::runSteps() {
-  // Step 2: private configuration, which holds the database key.
-  if (!createAndLoad(m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); })) {
-    START_LOG("[%s(%d)] CPrivateCfg loadFile falied");
-    return 0;
-  }
-
-  // Steps 3 and 4: both databases are brought to the current schema on
-  // every start, whatever the slots hold.
-  if (!CSingleton<CGatewayDBInitManager>::Instance()->InitDB(1)) {
-    START_LOG("[%s(%d)] InitDB falied");
-    return 0;
-  }
-  if (!CSingleton<CSyslogDBInitManager>::Instance()->InitDB(0)) {
-    START_LOG("[%s(%d)] InitSyslog falied");
-    return 0;
-  }
-
-  // Step 5: basic information.
-  if (!createAndLoad(m_basicCfg, [](CBasicCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CBasicCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 6: maintenance, which opens the system-log connection; it reports
-  // with the user step's text.
-  if (!createAndLoad(m_maintain, [](CMaintain& o) { return o.loadFile() && o.start(); })) {
-    START_LOG("[%s(%d)] CUserCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 7: users.
-  if (!createAndLoad(m_userCfg, [](CUserCfg& o) { return o.loadDatabase(0); })) {
-    START_LOG("[%s(%d)] CUserCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 8: NAT gateway.
-  if (!createAndLoad(m_natGateway, [](CNATGateway& o) { return o.loadFile(); })) {
-    START_LOG("[%s(%d)] CNATGateway loadFile falied");
-    return 0;
-  }
-
-  // Step 9: security status.
-  createOnly(m_securityStatus);
-
-  // Step 10: network (the message names loadFile although start() runs).
-  if (!createAndLoad(m_networkCfg, [](CNetworkCfg& o) { return o.start(); })) {
-    START_LOG("[%s(%d)] CNetworkCfg loadFile falied");
-    return 0;
-  }
-
-  // Steps 11 and 12 (certificates, time).
-
-  // Step 13: QAPI switches.
-  if (!createAndLoad(m_qapiCfg, [](CQAPICfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CQAPICfg loadFile falied");
-    return 0;
-  }
-
-  // Step 14: alarm monitor, then the token of its file is put in force. A
-  // restart does not touch it: the token in force changes only with a
-  // refresh.
-  const bool alarmMonitorIsNew = !m_alarmMonitorCfg;
-  if (!createAndLoad(m_alarmMonitorCfg, [](CAlarmMonitorCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CAlarmMonitorCfg loadFile falied");
-    return 0;
-  }
-  if (alarmMonitorIsNew) CSingleton<CTokenMgr>::Instance()->setToken();
-
-  // Step 15: HTTP host notification.
-  if (!createAndLoad(m_httpHostCfg, [](CHttpHostCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CHttpHostCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 16: event subscription.
-  if (!createAndLoad(m_eventSubCfg, [](CEventSubCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CEventSubCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 17: Wisp listening.
-  if (!createAndLoad(m_wispListenCfg, [](CWispListenCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CWispListenCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 18 (import and export).
-
-  // Step 19: device management.
-  if (!createAndLoad(m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CDeviceMgmtCfg loadFile falied");
-    return 0;
-  }
-
-  // Step 20 (storage).
-
-  // Step 21: metadata.
-  if (!createAndLoad(m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; })) {
-    START_LOG("[%s(%d)] CMetadataCfg loadFile falied");
+  size_t count = 0;
+  const StartStep* steps = startSteps(&count);
+  for (size_t i = 0; i < count; ++i) {
+    if (steps[i].run(*this)) continue;
+    if (steps[i].failure) xlog_format(5, "OXW", steps[i].failure, "start", steps[i].line);
     return 0;
   }
   return 1;

@@ -59,6 +59,9 @@ class CInstanceMgr : public CSingleton<CInstanceMgr> {
   void updateWispListenCfg(OxBase::CXmlBase& newDoc, OxBase::CXmlBase& oldDoc);
 
  private:
+  struct StartStep;
+  // The start table, steps 2 to 21 in order.
+  static const StartStep* startSteps(size_t* count);
   int runSteps();
 
   // The slot table, in slot order.
