@@ -33,10 +33,13 @@ int CQAPICfg::loadFile() try {
     return 0;
   }
   if (!xmlWalk(xml, {"Config", "QAPIConfig"}) || !xml.IntoElem()) return 0;
+  // Both values or neither: a file without "Mode" leaves memory as it was.
   if (!xml.FindElem("Enable")) return 0;
-  m_enable.store(OSL_Atoi32(xml.GetData()));
+  const int enable = OSL_Atoi32(xml.GetData());
   if (!xml.FindElem("Mode")) return 0;
-  m_mode.store(modeFromText(xml.GetData()));
+  const int mode = modeFromText(xml.GetData());
+  m_enable.store(enable);
+  m_mode.store(mode);
   xml.OutOfElem();
   xml.OutOfElem();
   return 1;

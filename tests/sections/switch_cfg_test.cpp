@@ -140,6 +140,9 @@ TEST_F(QAPICfgTest, Loading) {
   }
   writeQapi("<Mode>user</Mode>");
   EXPECT_EQ(cfg.loadFile(), 0);
+  writeQapi("<Enable>7</Enable>");  // no mode: neither value is taken
+  EXPECT_EQ(cfg.loadFile(), 0);
+  EXPECT_EQ(cfg.getQAPIParam(), -5);
   oxtest::LogCapture log;
   ::unlink(path("QAPIConfig.xml").c_str());
   EXPECT_EQ(cfg.loadFile(), 0);
