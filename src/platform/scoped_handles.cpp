@@ -1,0 +1,38 @@
+#include "platform/scoped_handles.h"
+
+#include <cerrno>
+
+namespace OxBase {
+
+UniqueDir::UniqueDir(const char* path) noexcept : dir_(path ? ::opendir(path) : nullptr) {
+  if (!path) errno = EINVAL;
+}
+
+UniqueDir::~UniqueDir() {
+  if (!dir_) return;
+  int saved = errno;
+  ::closedir(dir_);
+  errno = saved;
+}
+
+IfAddrList::IfAddrList() noexcept : ok_(::getifaddrs(&list_) == 0) {
+  if (!ok_) list_ = nullptr;
+}
+
+IfAddrList::~IfAddrList() {
+  if (list_) ::freeifaddrs(list_);
+}
+
+SpawnFileActions::SpawnFileActions() noexcept : ok_(posix_spawn_file_actions_init(&actions_) == 0) {}
+
+SpawnFileActions::~SpawnFileActions() {
+  if (ok_) posix_spawn_file_actions_destroy(&actions_);
+}
+
+SpawnAttr::SpawnAttr() noexcept : ok_(posix_spawnattr_init(&attr_) == 0) {}
+
+SpawnAttr::~SpawnAttr() {
+  if (ok_) posix_spawnattr_destroy(&attr_);
+}
+
+}  // namespace OxBase
