@@ -46,8 +46,6 @@ int writeConfigFile(const OxBase::CXmlBase& xml) {
 
 namespace {
 
-constexpr int kMaxMergeDepth = 64;
-
 // One level of the merge; siblings are walked in a loop and only children
 // recurse, so the depth of recursion is the depth of the document.
 void mergeLevel(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* excluded, int depth) {
@@ -55,10 +53,12 @@ void mergeLevel(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* exclu
     const std::string name = dest.GetNodeName();
     if (name.empty() || !src.FindElem(name.c_str())) continue;
     if (!dest.IntoElem()) {
-      if (!excluded || name != excluded) dest.SetData(src.GetData());
+      // A leaf: its text, found by name on the level, is replaced, never
+      // added; ModifyData refuses where there is nothing to replace.
+      if (!excluded || name != excluded) dest.ModifyData(name.c_str(), src.GetData());
       continue;
     }
-    if (depth < kMaxMergeDepth && src.IntoElem()) {
+    if (depth + 1 < kMergeDepthLimit && src.IntoElem()) {
       mergeLevel(dest, src, excluded, depth + 1);
       src.OutOfElem();
     }

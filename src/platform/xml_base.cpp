@@ -162,11 +162,6 @@ const char* CXmlBase::GetNodeName() const { return impl_->cur ? impl_->cur.name(
 
 const char* CXmlBase::GetData() const { return impl_->cur ? impl_->cur.text().get() : ""; }
 
-bool CXmlBase::SetData(const char* value) {
-  if (!impl_->cur || !value) return false;
-  return impl_->cur.text().set(value);
-}
-
 int CXmlBase::ModifyData(const char* name, const char* value) {
   if (!name || !value) return 0;
   pugi::xml_node n = FirstElement(impl_->level, name);
