@@ -40,16 +40,21 @@ log4cxx::LevelPtr LevelFor(int level) {
   }
 }
 
+// The key is made before the lock is taken, and the lock is held only by
+// its guard, so a failed allocation cannot leave it locked.
 log4cxx::LoggerPtr LoggerFor(const char* module) {
   static std::mutex mutex;
   static std::map<std::string, log4cxx::LoggerPtr>* loggers =
       new std::map<std::string, log4cxx::LoggerPtr>;  // outlives static destruction
+  const std::string key(module);
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    auto it = loggers->find(key);
+    if (it != loggers->end()) return it->second;
+  }
+  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(key);
   std::lock_guard<std::mutex> lock(mutex);
-  auto it = loggers->find(module);
-  if (it != loggers->end()) return it->second;
-  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(module);
-  loggers->emplace(module, logger);
-  return logger;
+  return loggers->emplace(key, logger).first->second;
 }
 
 }  // namespace
