@@ -80,7 +80,6 @@ class OXCFG_API CMaintain {
 
  private:
   int setLogSwitch(const char* leaf, int value, std::atomic<int32_t>* member);
-  bool execute(const std::string& sql, const int* n);
 
   std::atomic<int32_t> logEnable;
   std::atomic<int32_t> logLevel;

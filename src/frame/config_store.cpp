@@ -16,32 +16,36 @@ std::string getARCConfigFilePath() { return OX_BASE_GetCurDir() + "ARCConfig.xml
 std::string getConvertCodeCfgFilePath() { return OX_BASE_GetCurDir() + "ConvertCodeConfig.xml"; }
 std::string getQAPIConfigFilePath() { return OX_BASE_GetCurDir() + "QAPIConfig.xml"; }
 
-int readConfigFile(OxBase::CXmlBase& xml) {
+namespace {
+
+// Runs `op` on the path of "Config.xml" holding m_gConfigFileLock as `Lock`
+// has it; a failure is logged under `function` with the text that reads and
+// writes share.
+template <class Lock, class Op>
+int underConfigLock(const char* function, Op op) {
   const std::string path = getConfigFilePath();
   int rc;
   {
-    std::shared_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
-    rc = xml.LoadFile(path);
+    Lock lock(m_gConfigFileLock);
+    rc = op(path);
   }
   if (rc != 1) {
-    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "readConfigFile", __LINE__);
+    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", function, __LINE__);
     return 0;
   }
   return 1;
 }
 
+}  // namespace
+
+int readConfigFile(OxBase::CXmlBase& xml) {
+  return underConfigLock<std::shared_lock<OxBase::CRWLock>>(
+      "readConfigFile", [&xml](const std::string& path) { return xml.LoadFile(path); });
+}
+
 int writeConfigFile(const OxBase::CXmlBase& xml) {
-  const std::string path = getConfigFilePath();
-  int rc;
-  {
-    std::unique_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
-    rc = xml.WriteToFile(path);
-  }
-  if (rc != 1) {
-    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "writeConfigFile", __LINE__);
-    return 0;
-  }
-  return 1;
+  return underConfigLock<std::unique_lock<OxBase::CRWLock>>(
+      "writeConfigFile", [&xml](const std::string& path) { return xml.WriteToFile(path); });
 }
 
 namespace {

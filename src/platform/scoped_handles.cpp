@@ -23,16 +23,4 @@ IfAddrList::~IfAddrList() {
   if (list_) ::freeifaddrs(list_);
 }
 
-SpawnFileActions::SpawnFileActions() noexcept : ok_(posix_spawn_file_actions_init(&actions_) == 0) {}
-
-SpawnFileActions::~SpawnFileActions() {
-  if (ok_) posix_spawn_file_actions_destroy(&actions_);
-}
-
-SpawnAttr::SpawnAttr() noexcept : ok_(posix_spawnattr_init(&attr_) == 0) {}
-
-SpawnAttr::~SpawnAttr() {
-  if (ok_) posix_spawnattr_destroy(&attr_);
-}
-
 }  // namespace OxBase

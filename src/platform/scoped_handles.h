@@ -44,37 +44,29 @@ class IfAddrList {
   bool ok_ = false;
 };
 
-// posix_spawn file actions, initialised on construction.
-class SpawnFileActions {
+// A posix_spawn object (attributes, file actions), initialised on
+// construction and destroyed with it; ok() is false when initialising failed.
+template <typename T, int (*Init)(T*), int (*Destroy)(T*)>
+class SpawnObject {
  public:
-  SpawnFileActions() noexcept;
-  ~SpawnFileActions();
-  SpawnFileActions(const SpawnFileActions&) = delete;
-  SpawnFileActions& operator=(const SpawnFileActions&) = delete;
+  SpawnObject() noexcept : ok_(Init(&obj_) == 0) {}
+  ~SpawnObject() {
+    if (ok_) Destroy(&obj_);
+  }
+  SpawnObject(const SpawnObject&) = delete;
+  SpawnObject& operator=(const SpawnObject&) = delete;
 
   bool ok() const { return ok_; }
-  posix_spawn_file_actions_t* get() { return &actions_; }
+  T* get() { return &obj_; }
 
  private:
-  posix_spawn_file_actions_t actions_;
+  T obj_;
   bool ok_;
 };
 
-// posix_spawn attributes, initialised on construction.
-class SpawnAttr {
- public:
-  SpawnAttr() noexcept;
-  ~SpawnAttr();
-  SpawnAttr(const SpawnAttr&) = delete;
-  SpawnAttr& operator=(const SpawnAttr&) = delete;
-
-  bool ok() const { return ok_; }
-  posix_spawnattr_t* get() { return &attr_; }
-
- private:
-  posix_spawnattr_t attr_;
-  bool ok_;
-};
+using SpawnFileActions = SpawnObject<posix_spawn_file_actions_t, posix_spawn_file_actions_init,
+                                     posix_spawn_file_actions_destroy>;
+using SpawnAttr = SpawnObject<posix_spawnattr_t, posix_spawnattr_init, posix_spawnattr_destroy>;
 
 }  // namespace OxBase
 

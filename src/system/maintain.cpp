@@ -254,47 +254,50 @@ bool CMaintain::WriteLog4j(std::string& path, std::string& content) {
   }
 }
 
-bool CMaintain::dbBegin() {
+namespace {
+
+enum class DbResult { kNoConnection, kFailed, kDone };
+
+// Runs `call` on the system-log connection; nothing escapes.
+template <class Call>
+DbResult onConnection(Call call) {
   try {
     std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-    return conn && conn->Begin();
+    if (!conn) return DbResult::kNoConnection;
+    return call(*conn) ? DbResult::kDone : DbResult::kFailed;
   } catch (...) {
-    return false;
+    return DbResult::kFailed;
   }
+}
+
+// dbExecute's result; a statement that failed is logged with its text.
+bool executed(const std::string& sql, DbResult result) {
+  if (result == DbResult::kFailed) {
+    xlog_format(5, "OXW", "[%s(%d)] [sql=%s]execute failed.", "dbExecute", __LINE__, sql.c_str());
+  }
+  return result == DbResult::kDone;
+}
+
+}  // namespace
+
+bool CMaintain::dbBegin() {
+  return onConnection([](CSyslogDBConn& c) { return c.Begin(); }) == DbResult::kDone;
 }
 
 bool CMaintain::dbCommit() {
-  try {
-    std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-    return conn && conn->Commit();
-  } catch (...) {
-    return false;
-  }
+  return onConnection([](CSyslogDBConn& c) { return c.Commit(); }) == DbResult::kDone;
 }
 
 bool CMaintain::dbRollback() {
-  try {
-    std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-    return conn && conn->Rollback();
-  } catch (...) {
-    return false;
-  }
+  return onConnection([](CSyslogDBConn& c) { return c.Rollback(); }) == DbResult::kDone;
 }
 
-bool CMaintain::dbExecute(const std::string& sql) { return execute(sql, nullptr); }
+bool CMaintain::dbExecute(const std::string& sql) {
+  return executed(sql, onConnection([&sql](CSyslogDBConn& c) { return c.Execute(sql); }));
+}
 
-bool CMaintain::dbExecute(const std::string& sql, int n) { return execute(sql, &n); }
-
-bool CMaintain::execute(const std::string& sql, const int* n) {
-  bool done = false;
-  try {
-    std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-    if (!conn) return false;
-    done = n ? conn->Execute(sql, *n) : conn->Execute(sql);
-  } catch (...) {
-  }
-  if (!done) xlog_format(5, "OXW", "[%s(%d)] [sql=%s]execute failed.", "dbExecute", __LINE__, sql.c_str());
-  return done;
+bool CMaintain::dbExecute(const std::string& sql, int n) {
+  return executed(sql, onConnection([&sql, n](CSyslogDBConn& c) { return c.Execute(sql, n); }));
 }
 
 }  // namespace OxConfigMgr
