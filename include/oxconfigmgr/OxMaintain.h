@@ -30,7 +30,8 @@ class OXCFG_API CMaintain {
   // values read as 1 hour and 200 days; LogDeviceTransparent reads as 1 for
   // any non-zero number. Does not touch the log configuration.
   bool loadFile();
-  // Opens the system-log connection (replacing one made earlier). True.
+  // Opens the system-log connection (replacing one made earlier). True
+  // unless the connection object could not be made.
   bool start();
   // Closes the system-log connection (calls in progress finish on it). True.
   bool stop();

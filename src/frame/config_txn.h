@@ -26,6 +26,10 @@ namespace OxConfigMgr {
 // store's writers then report a failed write): nothing is ever written
 // unprotected. The next transaction tries the lock again.
 //
+// A file is known by the path text given (callers name files through the
+// store's path functions, so one file always has one spelling): the refusal
+// applies to writes of exactly that text.
+//
 // Re-entrant on the same thread (a setter may call another setter of the
 // same file); a nested transaction shares the outer one's lock and ok().
 // Plain readers need no lock: files are only ever replaced whole. The
