@@ -17,7 +17,7 @@ namespace OxConfigMgr {
 
 // Getters read memory without locks and may be called from any thread.
 // Each setter is serialised with itself and with every other read-modify-write
-// of "Config.xml".
+// of "Config.xml". No method throws.
 class OXCFG_API CMaintain {
  public:
   CMaintain();
@@ -30,7 +30,8 @@ class OXCFG_API CMaintain {
   // values read as 1 hour and 200 days; LogDeviceTransparent reads as 1 for
   // any non-zero number. Does not touch the log configuration.
   bool loadFile();
-  // Opens the system-log connection (replacing one made earlier). True.
+  // Opens the system-log connection (replacing one made earlier). True
+  // unless the connection object could not be made.
   bool start();
   // Closes the system-log connection (calls in progress finish on it). True.
   bool stop();
@@ -59,8 +60,13 @@ class OXCFG_API CMaintain {
   void ModifyLog4j();
   // Whole-file read; false (logged) on failure.
   bool ReadLog4j(std::string& path, std::string& content);
-  // Whole-file atomic replacement keeping the file's mode; false (logged) on
-  // failure, the old file then stays.
+  // Whole-file atomic replacement keeping the file's mode; false on failure,
+  // the old file then stays. Logged: "open file failed, path[..],error[..]"
+  // when the file cannot be created (a missing directory, no permission);
+  // "write file failed, elngth[<length>]-[<bytes written>],error[..]" for a
+  // short write; "replace file failed, path[..],error[..]" when syncing or
+  // renaming the new file failed. True also when only the directory sync
+  // after the rename failed: the new content is in place.
   bool WriteLog4j(std::string& path, std::string& content);
 
   // The system-log connection's Begin, Commit, Rollback and Execute; false
@@ -74,6 +80,8 @@ class OXCFG_API CMaintain {
   bool dbExecute(const std::string& sql, int n);
 
  private:
+  int setLogSwitch(const char* leaf, int value, std::atomic<int32_t>* member);
+
   std::atomic<int32_t> logEnable;
   std::atomic<int32_t> logLevel;
   std::atomic<int32_t> logCleanupIntervalHour;

@@ -32,11 +32,18 @@
 //    neither the output buffer nor the output length is touched.
 //  - Input and output may be the same buffer; partially overlapping buffers
 //    are not supported.
-//  - Thread safety: reentrant. No function keeps state between calls or
-//    shares any. No heap memory is used; a call needs up to about 32 KiB of
-//    the caller's stack (round keys bound to the tables, and on processors
-//    with AVX-512 a per-call rearrangement of one table). The unmasked round
-//    keys and everything derived from them are wiped before returning.
+//  - State and memory: the first call in each direction (enciphering,
+//    deciphering) derives from the built-in tables a rearranged copy for
+//    faster lookups, about 420 KiB of heap per direction, kept for the rest
+//    of the process and never freed. It depends on the tables only, never on
+//    key material or data. It is allocated without throwing; when memory is
+//    short the call still succeeds through the plain table lookups (slower)
+//    and the next call tries again. Besides that, a call uses up to about
+//    32 KiB of the caller's stack (the round keys bound to the tables).
+//  - Thread safety: every function may be called from any number of threads
+//    at once. The derived copy is built once under a lock and then only
+//    read. The unmasked round keys and everything derived from them live on
+//    the caller's stack and are wiped before returning.
 #ifndef OXCONFIGMGR_OXWBAES_H
 #define OXCONFIGMGR_OXWBAES_H
 

@@ -16,37 +16,39 @@ std::string getARCConfigFilePath() { return OX_BASE_GetCurDir() + "ARCConfig.xml
 std::string getConvertCodeCfgFilePath() { return OX_BASE_GetCurDir() + "ConvertCodeConfig.xml"; }
 std::string getQAPIConfigFilePath() { return OX_BASE_GetCurDir() + "QAPIConfig.xml"; }
 
-int readConfigFile(OxBase::CXmlBase& xml) {
+namespace {
+
+// Runs `op` on the path of "Config.xml" holding m_gConfigFileLock as `Lock`
+// has it; a failure is logged under `function` with the text that reads and
+// writes share.
+template <class Lock, class Op>
+int underConfigLock(const char* function, Op op) {
   const std::string path = getConfigFilePath();
   int rc;
   {
-    std::shared_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
-    rc = xml.LoadFile(path);
+    Lock lock(m_gConfigFileLock);
+    rc = op(path);
   }
   if (rc != 1) {
-    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "readConfigFile", __LINE__);
+    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", function, __LINE__);
     return 0;
   }
   return 1;
+}
+
+}  // namespace
+
+int readConfigFile(OxBase::CXmlBase& xml) {
+  return underConfigLock<std::shared_lock<OxBase::CRWLock>>(
+      "readConfigFile", [&xml](const std::string& path) { return xml.LoadFile(path); });
 }
 
 int writeConfigFile(const OxBase::CXmlBase& xml) {
-  const std::string path = getConfigFilePath();
-  int rc;
-  {
-    std::unique_lock<OxBase::CRWLock> lock(m_gConfigFileLock);
-    rc = xml.WriteToFile(path);
-  }
-  if (rc != 1) {
-    xlog_format(5, "OXW", "[%s(%d)] config file is not exist", "writeConfigFile", __LINE__);
-    return 0;
-  }
-  return 1;
+  return underConfigLock<std::unique_lock<OxBase::CRWLock>>(
+      "writeConfigFile", [&xml](const std::string& path) { return xml.WriteToFile(path); });
 }
 
 namespace {
-
-constexpr int kMaxMergeDepth = 64;
 
 // One level of the merge; siblings are walked in a loop and only children
 // recurse, so the depth of recursion is the depth of the document.
@@ -55,10 +57,12 @@ void mergeLevel(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* exclu
     const std::string name = dest.GetNodeName();
     if (name.empty() || !src.FindElem(name.c_str())) continue;
     if (!dest.IntoElem()) {
-      if (!excluded || name != excluded) dest.SetData(src.GetData());
+      // A leaf: its text, found by name on the level, is replaced, never
+      // added; ModifyData refuses where there is nothing to replace.
+      if (!excluded || name != excluded) dest.ModifyData(name.c_str(), src.GetData());
       continue;
     }
-    if (depth < kMaxMergeDepth && src.IntoElem()) {
+    if (depth + 1 < kMergeDepthLimit && src.IntoElem()) {
       mergeLevel(dest, src, excluded, depth + 1);
       src.OutOfElem();
     }

@@ -30,11 +30,18 @@ int readConfigFile(OxBase::CXmlBase& xml);
 // success; 0 (logged with the same text as a failed read) otherwise.
 int writeConfigFile(const OxBase::CXmlBase& xml);
 
+// How many element levels copyXMLRecursive follows, counting the level it
+// starts on as the first. Configuration files are a handful of levels deep;
+// the limit keeps a hostile document (a backup or an imported archive) from
+// exhausting the stack.
+constexpr int kMergeDepthLimit = 64;
+
 // Merges the element texts of `src` into `dest`, starting at the current
 // elements of both: elements only in `src` are ignored, elements only in
-// `dest` keep their text, and leaves present in both take the text of `src`,
-// except those named `excluded` (may be null). Levels deeper than 64 are not
-// merged, so hostile documents cannot exhaust the stack.
+// `dest` keep their text, and leaves present in both take the text of `src`
+// (CXmlBase::ModifyData by the leaf's name, so the first leaf of that name
+// on the level), except those named `excluded` (may be null). Elements below
+// kMergeDepthLimit levels are left as `dest` has them.
 void copyXMLRecursive(OxBase::CXmlBase& dest, OxBase::CXmlBase& src, const char* excluded);
 
 // From the document's top level, finds each name in turn, entering every

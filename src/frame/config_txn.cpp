@@ -1,21 +1,21 @@
 #include "frame/config_txn.h"
 
-#include "platform/file_lock.h"
-
-#include <fcntl.h>
-#include <sys/file.h>
-#include <unistd.h>
-
-#include <cerrno>
 #include <map>
+#include <memory>
 #include <mutex>
+
+#include "platform/file_lock.h"
+#include "platform/file_util.h"
+#include "platform/xlog.h"
 
 namespace OxConfigMgr {
 
+// Everything but `mutex` is touched only by the thread that holds `mutex`.
 struct ConfigFileTxn::Entry {
   std::recursive_mutex mutex;
-  int depth = 0;  // guarded by mutex; the owner thread's nesting level
-  int fd = -1;    // lock file, open and flocked while depth > 0
+  int depth = 0;  // the owner thread's nesting level
+  std::unique_ptr<OxBase::FileLock> lock;               // while depth > 0 and locked
+  std::unique_ptr<OxBase::ScopedWriteRefusal> refusal;  // while depth > 0 and not locked
 };
 
 namespace {
@@ -25,34 +25,51 @@ std::mutex g_entriesMutex;
 std::map<std::string, ConfigFileTxn::Entry*>* g_entries =
     new std::map<std::string, ConfigFileTxn::Entry*>;
 
+ConfigFileTxn::Entry* entryFor(const std::string& path) {
+  std::lock_guard<std::mutex> lock(g_entriesMutex);
+  ConfigFileTxn::Entry*& e = (*g_entries)[path];
+  if (!e) e = new ConfigFileTxn::Entry;
+  return e;
+}
+
+// Takes the cross-process lock of `path` for the outermost transaction, or
+// arms the refusal of its writes when the lock cannot be had.
+void acquire(ConfigFileTxn::Entry* e, const std::string& path) {
+  const std::string lockPath = OxBase::LockPathFor(path);
+  std::unique_ptr<OxBase::FileLock> lock(new OxBase::FileLock(lockPath));
+  if (!lock->ok()) {
+    const int err = lock->error();
+    e->refusal.reset(new OxBase::ScopedWriteRefusal(path, err));
+    OXLOG(5, "[%s(%d)] lock file failed, path[%s],error[%d]", lockPath.c_str(), err);
+    return;
+  }
+  e->lock = std::move(lock);
+  // Best effort: a failure to tidy up must not cost the write.
+  try {
+    OxBase::RemoveStaleTemporaries(path);
+  } catch (...) {
+  }
+}
+
 }  // namespace
 
-std::string configLockPath(const std::string& path) { return OxBase::LockPathFor(path); }
-
-ConfigFileTxn::ConfigFileTxn(const std::string& path) {
-  {
-    std::lock_guard<std::mutex> lock(g_entriesMutex);
-    Entry*& e = (*g_entries)[path];
-    if (!e) e = new Entry;
-    entry_ = e;
-  }
-  entry_->mutex.lock();
-  if (entry_->depth++ > 0) return;
-  int fd = ::open(configLockPath(path).c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd >= 0) {
-    while (::flock(fd, LOCK_EX) != 0 && errno == EINTR) {
-    }
-  }
-  entry_->fd = fd;
+ConfigFileTxn::ConfigFileTxn(const std::string& path) : entry_(entryFor(path)) {
+  // The mutex stays with `hold` until nothing can throw any more, so an
+  // allocation failure never leaves it locked.
+  std::unique_lock<std::recursive_mutex> hold(entry_->mutex);
+  if (entry_->depth == 0) acquire(entry_, path);
+  ++entry_->depth;
+  hold.release();
 }
 
 ConfigFileTxn::~ConfigFileTxn() {
-  if (--entry_->depth == 0 && entry_->fd >= 0) {
-    ::flock(entry_->fd, LOCK_UN);
-    ::close(entry_->fd);
-    entry_->fd = -1;
+  if (--entry_->depth == 0) {
+    entry_->refusal.reset();
+    entry_->lock.reset();
   }
   entry_->mutex.unlock();
 }
+
+bool ConfigFileTxn::ok() const { return entry_->lock != nullptr; }
 
 }  // namespace OxConfigMgr

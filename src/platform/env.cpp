@@ -6,6 +6,7 @@
 #include <net/if.h>
 #include <netinet/in.h>
 #include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <spawn.h>
 #include <sys/file.h>
@@ -19,6 +20,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstring>
+
+#include "platform/scoped_handles.h"
+#include "platform/unique_fd.h"
 
 extern char** environ;
 
@@ -36,10 +40,9 @@ void FillRandom(void* buf, size_t len) {
       if (errno == EINTR) continue;
       // getrandom cannot fail on Linux >= 3.17 once the pool is initialised;
       // fall back to /dev/urandom rather than returning predictable bytes.
-      int fd = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-      if (fd < 0) abort();
-      n = ::read(fd, p, len);
-      ::close(fd);
+      UniqueFd fd(::open("/dev/urandom", O_RDONLY | O_CLOEXEC));
+      if (!fd.valid()) abort();
+      n = ::read(fd.get(), p, len);
       if (n <= 0) abort();
     }
     p += n;
@@ -47,14 +50,49 @@ void FillRandom(void* buf, size_t len) {
   }
 }
 
-class PosixEnv final : public Env {};
+// SIGPIPE blocked in the calling thread for the object's lifetime, so that a
+// write to a pipe whose reader is gone fails with EPIPE instead of killing
+// the process, while the process's disposition of SIGPIPE (which belongs to
+// the host) is never touched. A SIGPIPE raised by our own writes is consumed
+// before the mask is restored; one that was already pending (the host's own,
+// under a mask of its own) is left alone.
+class SigpipeBlock {
+ public:
+  SigpipeBlock() noexcept {
+    sigset_t pipe;
+    sigemptyset(&pipe);
+    sigaddset(&pipe, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &pipe, &saved_);
+    sigset_t pending;
+    sigemptyset(&pending);
+    wasPending_ = sigpending(&pending) == 0 && sigismember(&pending, SIGPIPE) == 1;
+  }
+  ~SigpipeBlock() {
+    if (raised_ && !wasPending_) {
+      sigset_t pipe;
+      sigemptyset(&pipe);
+      sigaddset(&pipe, SIGPIPE);
+      const timespec zero{0, 0};
+      int saved = errno;
+      while (sigtimedwait(&pipe, nullptr, &zero) < 0 && errno == EINTR) {
+      }
+      errno = saved;
+    }
+    pthread_sigmask(SIG_SETMASK, &saved_, nullptr);
+  }
+  SigpipeBlock(const SigpipeBlock&) = delete;
+  SigpipeBlock& operator=(const SigpipeBlock&) = delete;
 
-// Closes a descriptor on scope exit unless released.
-struct Fd {
-  int fd = -1;
-  ~Fd() { if (fd >= 0) ::close(fd); }
-  void reset() { if (fd >= 0) ::close(fd); fd = -1; }
+  // Call after a write failed with EPIPE: a SIGPIPE is now pending.
+  void noteRaised() { raised_ = true; }
+
+ private:
+  sigset_t saved_;
+  bool wasPending_ = false;
+  bool raised_ = false;
 };
+
+class PosixEnv final : public Env {};
 
 }  // namespace
 
@@ -87,7 +125,8 @@ ssize_t Env::Write(int fd, const void* data, size_t len) {
     ssize_t n = ::write(fd, p, left);
     if (n < 0) {
       if (errno == EINTR) continue;
-      return -1;
+      // What reached the file before the failure, errno kept.
+      return left < len ? static_cast<ssize_t>(len - left) : -1;
     }
     p += n;
     left -= static_cast<size_t>(n);
@@ -114,14 +153,51 @@ int Env::Flock(int fd, int op) {
 }
 
 int Env::SyncDir(const std::string& dir) {
-  int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (fd < 0) return -1;
-  int rc = ::fsync(fd);
-  int saved = errno;
-  ::close(fd);
-  errno = saved;
-  return rc;
+  UniqueFd fd(::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!fd.valid()) return -1;
+  return ::fsync(fd.get());
 }
+
+namespace {
+
+// Feeds `input` to the child's standard input and drains its output
+// together, so neither side can block the other on a full pipe. Returns
+// when the child closed its output.
+void Exchange(UniqueFd& inWrite, UniqueFd& outRead, const std::string& input, std::string* output) {
+  SigpipeBlock sigpipe;
+  size_t written = 0;
+  if (input.empty()) inWrite.reset();
+  else fcntl(inWrite.get(), F_SETFL, fcntl(inWrite.get(), F_GETFL) | O_NONBLOCK);
+  char buf[4096];
+  while (outRead.valid()) {
+    pollfd fds[2];
+    int n = 0;
+    fds[n++] = {outRead.get(), POLLIN, 0};
+    if (inWrite.valid()) fds[n++] = {inWrite.get(), POLLOUT, 0};
+    if (::poll(fds, n, -1) < 0) {
+      if (errno == EINTR) continue;
+      break;
+    }
+    if (n == 2 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
+      ssize_t w = ::write(inWrite.get(), input.data() + written, input.size() - written);
+      if (w > 0) written += static_cast<size_t>(w);
+      if (w < 0 && errno == EPIPE) sigpipe.noteRaised();
+      // A child that stops reading (exits, closes its input) ends the feed.
+      if ((w < 0 && errno != EAGAIN && errno != EINTR) || written >= input.size()) inWrite.reset();
+    }
+    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
+      ssize_t r = ::read(outRead.get(), buf, sizeof buf);
+      if (r > 0) {
+        output->append(buf, static_cast<size_t>(r));
+      } else if (r == 0 || (errno != EINTR && errno != EAGAIN)) {
+        outRead.reset();
+      }
+    }
+  }
+  inWrite.reset();
+}
+
+}  // namespace
 
 CommandResult Env::Run(const std::vector<std::string>& argv, const std::string& input,
                        const std::string& workDir) {
@@ -132,31 +208,27 @@ CommandResult Env::Run(const std::vector<std::string>& argv, const std::string& 
   }
   int inPipe[2], outPipe[2];
   if (pipe2(inPipe, O_CLOEXEC) != 0) return result;
-  if (pipe2(outPipe, O_CLOEXEC) != 0) {
-    ::close(inPipe[0]);
-    ::close(inPipe[1]);
-    return result;
-  }
-  Fd inRead{inPipe[0]}, inWrite{inPipe[1]}, outRead{outPipe[0]}, outWrite{outPipe[1]};
+  UniqueFd inRead(inPipe[0]), inWrite(inPipe[1]);
+  if (pipe2(outPipe, O_CLOEXEC) != 0) return result;
+  UniqueFd outRead(outPipe[0]), outWrite(outPipe[1]);
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, inRead.fd, 0);
-  posix_spawn_file_actions_adddup2(&actions, outWrite.fd, 1);
-  posix_spawn_file_actions_adddup2(&actions, outWrite.fd, 2);
-  if (!workDir.empty()) posix_spawn_file_actions_addchdir_np(&actions, workDir.c_str());
+  SpawnFileActions actions;
+  SpawnAttr attr;
+  if (!actions.ok() || !attr.ok()) return result;
+  posix_spawn_file_actions_adddup2(actions.get(), inRead.get(), 0);
+  posix_spawn_file_actions_adddup2(actions.get(), outWrite.get(), 1);
+  posix_spawn_file_actions_adddup2(actions.get(), outWrite.get(), 2);
+  if (!workDir.empty()) posix_spawn_file_actions_addchdir_np(actions.get(), workDir.c_str());
 
   // The child must not inherit a blocked SIGPIPE or ignored signals.
-  posix_spawnattr_t attr;
-  posix_spawnattr_init(&attr);
   sigset_t defaults;
   sigemptyset(&defaults);
   sigaddset(&defaults, SIGPIPE);
-  posix_spawnattr_setsigdefault(&attr, &defaults);
+  posix_spawnattr_setsigdefault(attr.get(), &defaults);
   sigset_t none;
   sigemptyset(&none);
-  posix_spawnattr_setsigmask(&attr, &none);
-  posix_spawnattr_setflags(&attr, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+  posix_spawnattr_setsigmask(attr.get(), &none);
+  posix_spawnattr_setflags(attr.get(), POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
 
   std::vector<char*> args;
   args.reserve(argv.size() + 1);
@@ -164,9 +236,7 @@ CommandResult Env::Run(const std::vector<std::string>& argv, const std::string& 
   args.push_back(nullptr);
 
   pid_t pid = -1;
-  int rc = posix_spawnp(&pid, args[0], &actions, &attr, args.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  posix_spawnattr_destroy(&attr);
+  int rc = posix_spawnp(&pid, args[0], actions.get(), attr.get(), args.data(), environ);
   inRead.reset();
   outWrite.reset();
   if (rc != 0) {
@@ -174,37 +244,7 @@ CommandResult Env::Run(const std::vector<std::string>& argv, const std::string& 
     return result;
   }
 
-  // Feed standard input and drain the output together, so neither side can
-  // block the other on a full pipe.
-  size_t written = 0;
-  if (input.empty()) inWrite.reset();
-  else fcntl(inWrite.fd, F_SETFL, fcntl(inWrite.fd, F_GETFL) | O_NONBLOCK);
-  char buf[4096];
-  while (outRead.fd >= 0) {
-    pollfd fds[2];
-    int n = 0;
-    fds[n++] = {outRead.fd, POLLIN, 0};
-    if (inWrite.fd >= 0) fds[n++] = {inWrite.fd, POLLOUT, 0};
-    if (::poll(fds, n, -1) < 0) {
-      if (errno == EINTR) continue;
-      break;
-    }
-    if (n == 2 && (fds[1].revents & (POLLOUT | POLLERR | POLLHUP))) {
-      ssize_t w = ::write(inWrite.fd, input.data() + written, input.size() - written);
-      if (w > 0) written += static_cast<size_t>(w);
-      if (w < 0 && errno != EAGAIN && errno != EINTR) inWrite.reset();
-      if (written >= input.size()) inWrite.reset();
-    }
-    if (fds[0].revents & (POLLIN | POLLHUP | POLLERR)) {
-      ssize_t r = ::read(outRead.fd, buf, sizeof buf);
-      if (r > 0) {
-        result.output.append(buf, static_cast<size_t>(r));
-      } else if (r == 0 || (errno != EINTR && errno != EAGAIN)) {
-        outRead.reset();
-      }
-    }
-  }
-  inWrite.reset();
+  Exchange(inWrite, outRead, input, &result.output);
 
   int status = 0;
   while (waitpid(pid, &status, 0) < 0) {
@@ -246,9 +286,9 @@ void Env::NewUuid(unsigned char out[16]) {
 }
 
 int Env::GetAdapters(std::vector<AdapterAddress>* out) {
-  ifaddrs* list = nullptr;
-  if (getifaddrs(&list) != 0) return -1;
-  for (ifaddrs* it = list; it; it = it->ifa_next) {
+  IfAddrList list;
+  if (!list.ok()) return -1;
+  for (const ifaddrs* it = list.head(); it; it = it->ifa_next) {
     if (!it->ifa_addr || it->ifa_addr->sa_family != AF_INET || !it->ifa_name) continue;
     char text[INET_ADDRSTRLEN] = {0};
     const auto* sin = reinterpret_cast<const sockaddr_in*>(it->ifa_addr);
@@ -263,7 +303,6 @@ int Env::GetAdapters(std::vector<AdapterAddress>* out) {
     }
     adapter->ipv4.emplace_back(text);
   }
-  freeifaddrs(list);
   return 0;
 }
 

@@ -47,6 +47,9 @@ class Env {
 
   // --- files written by the library ---------------------------------------
   virtual int Open(const std::string& path, int flags, mode_t mode);
+  // Writes all `len` bytes, resuming after partial writes and EINTR. Returns
+  // `len`; on failure the number of bytes written before it (errno set), or
+  // -1 when there were none.
   virtual ssize_t Write(int fd, const void* data, size_t len);
   virtual int Fsync(int fd);
   virtual int Fchmod(int fd, mode_t mode);
@@ -64,7 +67,12 @@ class Env {
   // Runs argv[0] (searched in PATH when it has no slash) with the given
   // arguments, never through a shell. `input` is written to its standard
   // input, which is then closed. Standard output and standard error are
-  // captured together.
+  // captured together. A child that exits or closes its input without
+  // reading it all ends the feed: no SIGPIPE reaches the process (the write
+  // is made with SIGPIPE blocked in the calling thread only, and a SIGPIPE it
+  // raised is consumed), and the process's disposition of SIGPIPE is never
+  // changed. The child starts with SIGPIPE at its default and no signal
+  // blocked.
   virtual CommandResult Run(const std::vector<std::string>& argv,
                             const std::string& input,
                             const std::string& workDir);

@@ -4,6 +4,7 @@
 #include <sys/file.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "platform/env.h"
 
@@ -17,24 +18,18 @@ std::string LockPathFor(const std::string& path) {
 
 FileLock::FileLock(const std::string& lockPath) {
   Env* env = Env::Current();
-  int fd = env->Open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-  if (fd < 0) {
+  UniqueFd fd(env->Open(lockPath, O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  if (!fd.valid() || env->Flock(fd.get(), LOCK_EX) != 0) {
     error_ = errno;
     return;
   }
-  if (env->Flock(fd, LOCK_EX) != 0) {
-    error_ = errno;
-    env->Close(fd);
-    return;
-  }
-  fd_ = fd;
+  fd_ = std::move(fd);
 }
 
+// Closing the descriptor releases the lock; the explicit unlock makes the
+// release independent of other descriptors of the same open file.
 FileLock::~FileLock() {
-  if (fd_ < 0) return;
-  Env* env = Env::Current();
-  env->Flock(fd_, LOCK_UN);
-  env->Close(fd_);
+  if (fd_.valid()) Env::Current()->Flock(fd_.get(), LOCK_UN);
 }
 
 }  // namespace OxBase

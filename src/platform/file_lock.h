@@ -6,6 +6,8 @@
 
 #include <string>
 
+#include "platform/unique_fd.h"
+
 namespace OxBase {
 
 // Blocks until the lock on `lockPath` is held (creating the file with mode
@@ -21,11 +23,11 @@ class FileLock {
   FileLock(const FileLock&) = delete;
   FileLock& operator=(const FileLock&) = delete;
 
-  bool ok() const { return fd_ >= 0; }
+  bool ok() const { return fd_.valid(); }
   int error() const { return error_; }
 
  private:
-  int fd_ = -1;
+  UniqueFd fd_;
   int error_ = 0;
 };
 

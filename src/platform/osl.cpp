@@ -11,11 +11,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <memory>
 #include <new>
 #include <string>
 
 #include "platform/env.h"
 #include "platform/file_util.h"
+#include "platform/scoped_handles.h"
 
 using OxBase::Env;
 
@@ -68,21 +70,16 @@ int OSL_CopyFile(const char* from, const char* to) {
   return OxBase::WriteFileAtomic(to, data, mode).landed() ? 0 : -1;
 }
 
-OSL_File OSL_OpenFile(const char* path, int flags, int mode) {
-  if (!path) {
+OSL_File OSL_OpenFile(const char* path, int flags, int /*mode*/) {
+  if (!path || (flags & ~(OSL_FILE_READ | OSL_FILE_BINARY)) != 0) {
     errno = EINVAL;
     return OSL_INVALID_FILE;
   }
-  int oflags = 0;
-  bool read = flags & OSL_FILE_READ, write = flags & (OSL_FILE_WRITE | OSL_FILE_APPEND);
-  if (read && write) oflags = O_RDWR;
-  else if (write) oflags = O_WRONLY;
-  else oflags = O_RDONLY;
-  if (flags & OSL_FILE_CREATE) oflags |= O_CREAT;
-  if (flags & OSL_FILE_TRUNCATE) oflags |= O_TRUNC;
-  if (flags & OSL_FILE_APPEND) oflags |= O_APPEND;
-  if (!write) return ::open(path, oflags | O_CLOEXEC);
-  return Env::Current()->Open(path, oflags, mode ? static_cast<mode_t>(mode) : 0644);
+  int fd;
+  do {
+    fd = ::open(path, O_RDONLY | O_CLOEXEC);
+  } while (fd < 0 && errno == EINTR);
+  return fd;
 }
 
 int64_t OSL_SeekFile(OSL_File file, int64_t offset, int whence) {
@@ -109,31 +106,20 @@ int OSL_ReadFile(OSL_File file, void* buf, int len) {
   return got;
 }
 
-int OSL_WriteFile(OSL_File file, const void* buf, int len) {
-  if (!buf || len < 0) {
-    errno = EINVAL;
-    return -1;
-  }
-  ssize_t n = Env::Current()->Write(file, buf, static_cast<size_t>(len));
-  return n < 0 ? -1 : static_cast<int>(n);
-}
-
 int OSL_CloseFile(OSL_File file) { return Env::Current()->Close(file); }
 
 struct OSL_Dir {
-  DIR* dir;
+  explicit OSL_Dir(const char* path) : dir(path) {}
+  OxBase::UniqueDir dir;
 };
 
 OSL_Dir* OSL_OpenDir(const char* path) {
-  if (!path) {
-    errno = EINVAL;
+  std::unique_ptr<OSL_Dir> h(new (std::nothrow) OSL_Dir(path));
+  if (!h) {
+    errno = ENOMEM;
     return nullptr;
   }
-  DIR* d = ::opendir(path);
-  if (!d) return nullptr;
-  OSL_Dir* h = new (std::nothrow) OSL_Dir{d};
-  if (!h) ::closedir(d);
-  return h;
+  return h->dir.valid() ? h.release() : nullptr;
 }
 
 int OSL_FindFileInDir(OSL_Dir* dir, OSL_FileInfo* info) {
@@ -143,7 +129,7 @@ int OSL_FindFileInDir(OSL_Dir* dir, OSL_FileInfo* info) {
   }
   for (;;) {
     errno = 0;
-    dirent* e = ::readdir(dir->dir);
+    dirent* e = ::readdir(dir->dir.get());
     if (!e) return -1;
     if (std::strcmp(e->d_name, ".") == 0 || std::strcmp(e->d_name, "..") == 0) continue;
     OSL_Strncpy(info->name, e->d_name, sizeof info->name);
@@ -154,9 +140,8 @@ int OSL_FindFileInDir(OSL_Dir* dir, OSL_FileInfo* info) {
 
 int OSL_CloseDir(OSL_Dir* dir) {
   if (!dir) return -1;
-  int rc = ::closedir(dir->dir);
   delete dir;
-  return rc;
+  return 0;
 }
 
 OSL_Time OSL_TimeNow() { return Env::Current()->NowMicros(); }

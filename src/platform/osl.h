@@ -27,28 +27,26 @@ int OSL_RemoveDir(const char* path);
 // partial). Fails without touching `to` when `from` cannot be read.
 int OSL_CopyFile(const char* from, const char* to);
 
+// A descriptor of a file open for reading; OxBase::UniqueFd can own one.
 typedef int OSL_File;
 constexpr OSL_File OSL_INVALID_FILE = -1;
 enum {
   OSL_FILE_READ = 1,
-  OSL_FILE_WRITE = 2,
-  OSL_FILE_CREATE = 4,
-  OSL_FILE_TRUNCATE = 8,
-  OSL_FILE_APPEND = 16,
   OSL_FILE_BINARY = 4096,  // accepted for portability; no effect on Linux
 };
 enum { OSL_SEEK_SET = 0, OSL_SEEK_CUR = 1, OSL_SEEK_END = 2 };
 
-// Opens a file for reading (and, with OSL_FILE_WRITE, for in-place writing:
-// the library itself replaces files with OxBase::WriteFileAtomic instead).
-// Returns OSL_INVALID_FILE on failure.
+// Opens a file for reading. Files are never written in place: the library
+// replaces them whole with OxBase::WriteFileAtomic. Any flag but the two
+// above fails with EINVAL. Returns OSL_INVALID_FILE on failure. `mode` is
+// ignored.
 OSL_File OSL_OpenFile(const char* path, int flags, int mode);
 // New position, or -1.
 int64_t OSL_SeekFile(OSL_File file, int64_t offset, int whence);
-// Bytes read (0 at the end), or -1.
+// Reads up to `len` bytes, resuming after partial reads: the count read (less
+// than `len` only at the end of the file or when an error followed some
+// bytes; 0 at the end), or -1.
 int OSL_ReadFile(OSL_File file, void* buf, int len);
-// Bytes written, or -1.
-int OSL_WriteFile(OSL_File file, const void* buf, int len);
 int OSL_CloseFile(OSL_File file);
 
 struct OSL_Dir;

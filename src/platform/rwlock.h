@@ -7,18 +7,13 @@
 namespace OxBase {
 
 // Any number of readers or one writer. Not recursive. Meets the standard
-// Lockable and SharedLockable requirements, so std::unique_lock and
-// std::shared_lock work on it.
+// Lockable and SharedLockable requirements: take it with std::unique_lock
+// and std::shared_lock, never by hand.
 class CRWLock {
  public:
   CRWLock() = default;
   CRWLock(const CRWLock&) = delete;
   CRWLock& operator=(const CRWLock&) = delete;
-
-  void ReadLock() { mutex_.lock_shared(); }
-  void ReadUnlock() { mutex_.unlock_shared(); }
-  void WriteLock() { mutex_.lock(); }
-  void WriteUnlock() { mutex_.unlock(); }
 
   void lock() { mutex_.lock(); }
   void unlock() { mutex_.unlock(); }

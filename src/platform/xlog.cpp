@@ -40,16 +40,21 @@ log4cxx::LevelPtr LevelFor(int level) {
   }
 }
 
+// The key is made before the lock is taken, and the lock is held only by
+// its guard, so a failed allocation cannot leave it locked.
 log4cxx::LoggerPtr LoggerFor(const char* module) {
   static std::mutex mutex;
   static std::map<std::string, log4cxx::LoggerPtr>* loggers =
       new std::map<std::string, log4cxx::LoggerPtr>;  // outlives static destruction
+  const std::string key(module);
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    auto it = loggers->find(key);
+    if (it != loggers->end()) return it->second;
+  }
+  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(key);
   std::lock_guard<std::mutex> lock(mutex);
-  auto it = loggers->find(module);
-  if (it != loggers->end()) return it->second;
-  log4cxx::LoggerPtr logger = log4cxx::Logger::getLogger(module);
-  loggers->emplace(module, logger);
-  return logger;
+  return loggers->emplace(key, logger).first->second;
 }
 
 }  // namespace
@@ -95,29 +100,29 @@ void xlog_reload(const std::string& path) {
   }
 }
 
-void xlog_format(int level, const char* module, const char* format, ...) {
+void xlog_format(int level, const char* module, const char* format, ...) noexcept {
   if (!format) return;
   if (!module) module = "OXW";
+  // Formatting needs no allocation: a message longer than the buffer is cut.
   char buf[4096];
   va_list args;
   va_start(args, format);
   int n = std::vsnprintf(buf, sizeof buf, format, args);
   va_end(args);
   if (n < 0) return;
-  std::string text(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
-
-  if (OxBase::LogSink* sink = g_sink.load(std::memory_order_acquire)) {
-    std::lock_guard<std::mutex> lock(g_sinkMutex);
-    if ((sink = g_sink.load(std::memory_order_relaxed)) != nullptr) sink->Log(level, module, text);
-  }
-
-  if (g_configState.load(std::memory_order_acquire) == kUnchecked) xlog_configure_from_cwd();
+  // Runs in destructors and catch blocks: nothing may leave it, whatever a
+  // sink or log4cxx throws (std::bad_alloc included); the message is then lost.
   try {
+    const std::string text(buf, static_cast<size_t>(n) < sizeof buf ? static_cast<size_t>(n) : sizeof buf - 1);
+    if (OxBase::LogSink* sink = g_sink.load(std::memory_order_acquire)) {
+      std::lock_guard<std::mutex> lock(g_sinkMutex);
+      if ((sink = g_sink.load(std::memory_order_relaxed)) != nullptr) sink->Log(level, module, text);
+    }
+    if (g_configState.load(std::memory_order_acquire) == kUnchecked) xlog_configure_from_cwd();
     log4cxx::LoggerPtr logger = LoggerFor(module);
     log4cxx::LevelPtr lvl = LevelFor(level);
     if (logger->isEnabledFor(lvl)) logger->forcedLog(lvl, text);
   } catch (...) {
-    // Logging never throws into the library.
   }
 }
 

@@ -18,11 +18,15 @@
 
 #include <string>
 
-void xlog_format(int level, const char* module, const char* format, ...)
+// Never throws and never fails the caller: a message that cannot be
+// delivered (no memory, a throwing sink) is dropped. Safe in destructors and
+// catch blocks.
+void xlog_format(int level, const char* module, const char* format, ...) noexcept
     __attribute__((format(printf, 3, 4)));
 
 // Configures log4cxx from "<cwd>/log4cxx.properties" unless the host (or an
-// earlier call) configured it already. Thread-safe; cheap after the first call.
+// earlier call) configured it already. Thread-safe; cheap after the first
+// call. Throws nothing.
 void xlog_configure_from_cwd();
 
 // Re-reads `path` if the library owns the log4cxx configuration (it made it

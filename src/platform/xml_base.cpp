@@ -18,6 +18,13 @@ struct CXmlBase::Impl {
   }
   // The element that child-based operations act on.
   pugi::xml_node Target() const { return cur ? cur : level; }
+  // Makes `added`, just appended to Target(), the current element.
+  bool Enter(const pugi::xml_node& added) {
+    if (!added) return false;
+    level = added.parent();
+    cur = added;
+    return true;
+  }
 };
 
 namespace {
@@ -162,11 +169,6 @@ const char* CXmlBase::GetNodeName() const { return impl_->cur ? impl_->cur.name(
 
 const char* CXmlBase::GetData() const { return impl_->cur ? impl_->cur.text().get() : ""; }
 
-bool CXmlBase::SetData(const char* value) {
-  if (!impl_->cur || !value) return false;
-  return impl_->cur.text().set(value);
-}
-
 int CXmlBase::ModifyData(const char* name, const char* value) {
   if (!name || !value) return 0;
   pugi::xml_node n = FirstElement(impl_->level, name);
@@ -176,12 +178,7 @@ int CXmlBase::ModifyData(const char* name, const char* value) {
 
 bool CXmlBase::AddNode(const char* name) {
   if (!name || !*name) return false;
-  pugi::xml_node parent = impl_->Target();
-  pugi::xml_node n = parent.append_child(name);
-  if (!n) return false;
-  impl_->level = parent;
-  impl_->cur = n;
-  return true;
+  return impl_->Enter(impl_->Target().append_child(name));
 }
 
 bool CXmlBase::AddNode(const char* name, const char* value) {
@@ -194,12 +191,7 @@ bool CXmlBase::AddNode(const char* name, const char* value) {
 bool CXmlBase::AddNode(const CXmlBase& xml) {
   pugi::xml_node root = xml.impl_->doc.document_element();
   if (!root) return false;
-  pugi::xml_node parent = impl_->Target();
-  pugi::xml_node n = parent.append_copy(root);
-  if (!n) return false;
-  impl_->level = parent;
-  impl_->cur = n;
-  return true;
+  return impl_->Enter(impl_->Target().append_copy(root));
 }
 
 bool CXmlBase::RemoveNode() {

@@ -34,6 +34,9 @@
 //  - WriteToFile replaces the file atomically and durably, keeping its
 //    permissions (or making it 0600 for FileMode::kSecret); output is
 //    indented with one tab per level.
+// The cursor follows documents of any depth (pugixml parses them without
+// recursion); the store's merge, copyXMLRecursive, stops at 64 levels
+// (kMergeDepthLimit in frame/config_store.h).
 // A CXmlBase is not thread-safe; each use makes its own local instance.
 #ifndef OXCFG_PLATFORM_XML_BASE_H
 #define OXCFG_PLATFORM_XML_BASE_H
@@ -59,7 +62,10 @@ class CXmlBase {
   int LoadFile(const std::string& path) { return LoadFile(path.c_str()); }
   int Parse(const char* text);
   int Parse(const std::string& text);
-  // 1 on success, 0 on failure (the file is then unchanged).
+  // 1 when the new content is in place, also when only the directory fsync
+  // after the rename failed (the caller's memory must then follow the disk);
+  // 0 when nothing was written (the file is unchanged), including a write
+  // refused for want of its lock (OxBase::ScopedWriteRefusal).
   int WriteToFile(const char* path, FileMode mode = FileMode::kKeep) const;
   int WriteToFile(const std::string& path, FileMode mode = FileMode::kKeep) const {
     return WriteToFile(path.c_str(), mode);
@@ -80,8 +86,6 @@ class CXmlBase {
   // Name and text of the current element; "" when there is none.
   const char* GetNodeName() const;
   const char* GetData() const;
-  // Replaces the text of the current element.
-  bool SetData(const char* value);
   int ModifyData(const char* name, const char* value);
 
   bool AddNode(const char* name);

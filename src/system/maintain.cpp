@@ -11,6 +11,7 @@
 #include "frame/osl_guard.h"
 #include "platform/file_util.h"
 #include "platform/osl.h"
+#include "platform/unique_fd.h"
 #include "platform/oxbase.h"
 #include "platform/xlog.h"
 #include "platform/xml_base.h"
@@ -122,24 +123,20 @@ bool CMaintain::stop() {
 int CMaintain::enableLog(int value) {
   static OSL_Mutex s_mutex;
   OSL_Guard guard(&s_mutex);
-  try {
-    int rc = setLogChild("Enable", value);
-    if (rc != 0) return rc;
-    logEnable.store(value, std::memory_order_relaxed);
-  } catch (...) {
-    return 3;
-  }
-  ModifyLog4j();
-  return 0;
+  return setLogSwitch("Enable", value, &logEnable);
 }
 
 int CMaintain::setLogLevel(XLOG_LEVEL level) {
   static OSL_Mutex s_mutex;
   OSL_Guard guard(&s_mutex);
+  return setLogSwitch("Level", static_cast<int>(level), &logLevel);
+}
+
+int CMaintain::setLogSwitch(const char* leaf, int value, std::atomic<int32_t>* member) {
   try {
-    int rc = setLogChild("Level", static_cast<int>(level));
+    int rc = setLogChild(leaf, value);
     if (rc != 0) return rc;
-    logLevel.store(static_cast<int32_t>(level), std::memory_order_relaxed);
+    member->store(value, std::memory_order_relaxed);
   } catch (...) {
     return 3;
   }
@@ -197,84 +194,110 @@ void CMaintain::ModifyLog4j() {
 }
 
 bool CMaintain::ReadLog4j(std::string& path, std::string& content) {
-  OSL_File file = OSL_OpenFile(path.c_str(), OSL_FILE_READ | OSL_FILE_BINARY, 0);
-  if (file == OSL_INVALID_FILE) {
-    OXLOG(5, "[%s(%d)] open file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
-    return false;
-  }
-  struct Closer {
-    OSL_File f;
-    ~Closer() { OSL_CloseFile(f); }
-  } closer{file};
-
-  int64_t size = OSL_SeekFile(file, 0, OSL_SEEK_END);
-  if (size < 0 || OSL_SeekFile(file, 0, OSL_SEEK_SET) != 0) {
-    OXLOG(5, "[%s(%d)] read file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
-    return false;
-  }
-  std::unique_ptr<char[]> buf;
-  if (size <= kMaxLog4jSize) buf.reset(new (std::nothrow) char[static_cast<size_t>(size) + 1]);
-  if (!buf) {
-    OXLOG(5, "[%s(%d)] new buf failed[%d][%d]", static_cast<int>(size > kMaxLog4jSize ? -1 : size + 1),
-          OSL_GetSystemLastError());
-    return false;
-  }
-  int got = OSL_ReadFile(file, buf.get(), static_cast<int>(size));
-  if (got != static_cast<int>(size)) {
-    OXLOG(5, "[%s(%d)] read file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
-    return false;
-  }
   try {
+    OxBase::UniqueFd file(OSL_OpenFile(path.c_str(), OSL_FILE_READ | OSL_FILE_BINARY, 0));
+    if (!file.valid()) {
+      OXLOG(5, "[%s(%d)] open file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
+      return false;
+    }
+    int64_t size = OSL_SeekFile(file.get(), 0, OSL_SEEK_END);
+    if (size < 0 || OSL_SeekFile(file.get(), 0, OSL_SEEK_SET) != 0) {
+      OXLOG(5, "[%s(%d)] read file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
+      return false;
+    }
+    std::unique_ptr<char[]> buf;
+    if (size <= kMaxLog4jSize) buf.reset(new (std::nothrow) char[static_cast<size_t>(size) + 1]);
+    if (!buf) {
+      OXLOG(5, "[%s(%d)] new buf failed[%d][%d]", static_cast<int>(size > kMaxLog4jSize ? -1 : size + 1),
+            OSL_GetSystemLastError());
+      return false;
+    }
+    int got = OSL_ReadFile(file.get(), buf.get(), static_cast<int>(size));
+    if (got != static_cast<int>(size)) {
+      OXLOG(5, "[%s(%d)] read file failed, path[%s],error[%d]", path.c_str(), OSL_GetSystemLastError());
+      return false;
+    }
     content.assign(buf.get(), static_cast<size_t>(size));
+    return true;
   } catch (...) {
     return false;
   }
-  return true;
 }
 
+// The replacement is atomic (the old file stays whole on any failure), so the
+// file's "open" is the creation of its temporary beside it, and only a short
+// write has a count to report. A failure after the write (sync, rename) or a
+// missing lock keeps the old file and is logged with the system error.
 bool CMaintain::WriteLog4j(std::string& path, std::string& content) {
-  if (!OxBase::WriteFileAtomic(path, content, OxBase::FileMode::kKeep).landed()) {
-    int err = OSL_GetSystemLastError();
-    OXLOG(5, "[%s(%d)] write file failed, elngth[%d]-[%d],error[%d]", static_cast<int>(content.size()), 0,
-          err);
+  try {
+    const OxBase::WriteOutcome out = OxBase::WriteFileAtomic(path, content, OxBase::FileMode::kKeep);
+    switch (out.stage) {
+      case OxBase::WriteStage::kDone:
+      case OxBase::WriteStage::kSyncDir:  // the new content is in place
+        return true;
+      case OxBase::WriteStage::kCreateTemp:
+        OXLOG(5, "[%s(%d)] open file failed, path[%s],error[%d]", path.c_str(), out.error);
+        return false;
+      case OxBase::WriteStage::kWrite:
+        OXLOG(5, "[%s(%d)] write file failed, elngth[%d]-[%d],error[%d]", static_cast<int>(content.size()),
+              static_cast<int>(out.written), out.error);
+        return false;
+      case OxBase::WriteStage::kNoLock:
+      case OxBase::WriteStage::kSync:
+      case OxBase::WriteStage::kRename:
+        break;
+    }
+    OXLOG(5, "[%s(%d)] replace file failed, path[%s],error[%d]", path.c_str(), out.error);
+    return false;
+  } catch (...) {
     return false;
   }
-  return true;
 }
 
+namespace {
+
+enum class DbResult { kNoConnection, kFailed, kDone };
+
+// Runs `call` on the system-log connection; nothing escapes.
+template <class Call>
+DbResult onConnection(Call call) {
+  try {
+    std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
+    if (!conn) return DbResult::kNoConnection;
+    return call(*conn) ? DbResult::kDone : DbResult::kFailed;
+  } catch (...) {
+    return DbResult::kFailed;
+  }
+}
+
+// dbExecute's result; a statement that failed is logged with its text.
+bool executed(const std::string& sql, DbResult result) {
+  if (result == DbResult::kFailed) {
+    xlog_format(5, "OXW", "[%s(%d)] [sql=%s]execute failed.", "dbExecute", __LINE__, sql.c_str());
+  }
+  return result == DbResult::kDone;
+}
+
+}  // namespace
+
 bool CMaintain::dbBegin() {
-  std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-  return conn && conn->Begin();
+  return onConnection([](CSyslogDBConn& c) { return c.Begin(); }) == DbResult::kDone;
 }
 
 bool CMaintain::dbCommit() {
-  std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-  return conn && conn->Commit();
+  return onConnection([](CSyslogDBConn& c) { return c.Commit(); }) == DbResult::kDone;
 }
 
 bool CMaintain::dbRollback() {
-  std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-  return conn && conn->Rollback();
+  return onConnection([](CSyslogDBConn& c) { return c.Rollback(); }) == DbResult::kDone;
 }
 
 bool CMaintain::dbExecute(const std::string& sql) {
-  std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-  if (!conn) return false;
-  if (!conn->Execute(sql)) {
-    OXLOG(5, "[%s(%d)] [sql=%s]execute failed.", sql.c_str());
-    return false;
-  }
-  return true;
+  return executed(sql, onConnection([&sql](CSyslogDBConn& c) { return c.Execute(sql); }));
 }
 
 bool CMaintain::dbExecute(const std::string& sql, int n) {
-  std::shared_ptr<CSyslogDBConn> conn = std::atomic_load(&m_gDBConn);
-  if (!conn) return false;
-  if (!conn->Execute(sql, n)) {
-    OXLOG(5, "[%s(%d)] [sql=%s]execute failed.", sql.c_str());
-    return false;
-  }
-  return true;
+  return executed(sql, onConnection([&sql, n](CSyslogDBConn& c) { return c.Execute(sql, n); }));
 }
 
 }  // namespace OxConfigMgr

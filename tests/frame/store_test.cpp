@@ -106,4 +106,43 @@ TEST_F(StoreTest, MergeSurvivesDeepAndWideDocuments) {
   OxConfigMgr::copyXMLRecursive(d1, d2, nullptr);
 }
 
+TEST_F(StoreTest, MergeChangesALeafByNameAndNeverAddsOne) {
+  // Leaves are replaced by name on their level (the first of that name), as
+  // the carry-over has always done; a second leaf of the same name keeps its
+  // text, and an empty source text is taken like any other.
+  CXmlBase dst, src;
+  ASSERT_EQ(dst.Parse("<Config><P>d1</P><P>d2</P><E>x</E><Q><R>r</R></Q></Config>"), 1);
+  ASSERT_EQ(src.Parse("<Config><P>s1</P><P>s2</P><E></E><Q>flat</Q></Config>"), 1);
+  ASSERT_TRUE(dst.SetRoot() && src.SetRoot());
+  OxConfigMgr::copyXMLRecursive(dst, src, nullptr);
+  const std::string out = dst.ToString();
+  EXPECT_NE(out.find("<P>s1</P>\n\t<P>d2</P>\n\t<E></E>\n\t<Q>\n\t\t<R>r</R>"), std::string::npos) << out;
+}
+
+// A chain of nested "a" elements, `levels` deep counting the root, with a
+// leaf "v" holding `text` inside every element.
+std::string nested(int levels, const std::string& text) {
+  std::string doc;
+  for (int i = 0; i < levels; ++i) doc += "<a><v>" + text + "</v>";
+  for (int i = 0; i < levels; ++i) doc += "</a>";
+  return doc;
+}
+
+TEST_F(StoreTest, MergeFollowsSixtyFourLevelsAndLeavesDeeperOnesAlone) {
+  ASSERT_EQ(OxConfigMgr::kMergeDepthLimit, 64);
+  CXmlBase dst, src;
+  ASSERT_EQ(dst.Parse(nested(80, "old")), 1);
+  ASSERT_EQ(src.Parse(nested(80, "new")), 1);
+  ASSERT_TRUE(dst.SetRoot() && src.SetRoot());
+  OxConfigMgr::copyXMLRecursive(dst, src, nullptr);
+  // The root "a" is level 1, so the "v" inside the k-th "a" is level k + 1.
+  ASSERT_TRUE(dst.SetRoot());
+  for (int level = 2; level <= 81; ++level) {
+    ASSERT_TRUE(dst.IntoElem());
+    ASSERT_TRUE(dst.FindElem("v"));
+    EXPECT_STREQ(dst.GetData(), level <= 64 ? "new" : "old") << "level " << level;
+    ASSERT_TRUE(dst.FindElem("a") || level == 81);
+  }
+}
+
 }  // namespace

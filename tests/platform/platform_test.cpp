@@ -1,17 +1,23 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/check_port.h"
 #include "platform/hex.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
+#include "platform/unique_fd.h"
 #include "support/test_support.h"
 
 namespace {
@@ -120,6 +126,85 @@ TEST_F(PlatformTest, CheckPortSeesARealListener) {
   int port = ntohs(addr.sin_port);
   EXPECT_EQ(CheckPort(port, 1), -1);
   ::close(fd);
+}
+
+TEST_F(PlatformTest, DirectoriesFilesAndCopies) {
+  ASSERT_EQ(OSL_MakeDir(path("stage").c_str()), 0);
+  EXPECT_EQ(OSL_MakeDir(path("stage").c_str()), 0);  // an existing one is fine
+  oxtest::writeFile(path("stage/a.xml"), "A");
+  ASSERT_EQ(OSL_MakeDir(path("stage/sub").c_str()), 0);
+
+  OSL_Dir* d = OSL_OpenDir(path("stage").c_str());
+  ASSERT_NE(d, nullptr);
+  std::vector<std::pair<std::string, bool>> seen;
+  OSL_FileInfo info;
+  while (OSL_FindFileInDir(d, &info) == 0) seen.emplace_back(info.name, info.isDir);
+  EXPECT_EQ(OSL_CloseDir(d), 0);
+  std::sort(seen.begin(), seen.end());
+  EXPECT_EQ(seen, (std::vector<std::pair<std::string, bool>>{{"a.xml", false}, {"sub", true}}));
+  EXPECT_EQ(OSL_OpenDir(path("nowhere").c_str()), nullptr);
+
+  // A copy is whole and as private as its source.
+  ::chmod(path("stage/a.xml").c_str(), 0600);
+  ASSERT_EQ(OSL_CopyFile(path("stage/a.xml").c_str(), path("b.xml").c_str()), 0);
+  EXPECT_EQ(oxtest::readFile(path("b.xml")), "A");
+  EXPECT_EQ(oxtest::fileMode(path("b.xml")), 0600u);
+  EXPECT_NE(OSL_CopyFile(path("none").c_str(), path("b.xml").c_str()), 0);
+  EXPECT_EQ(oxtest::readFile(path("b.xml")), "A");
+
+  EXPECT_NE(OSL_RemoveDir(path("stage").c_str()), 0);  // not empty
+  ASSERT_EQ(OSL_RemoveDir(path("stage/sub").c_str()), 0);
+  ASSERT_EQ(OSL_DeleteFile(path("stage/a.xml").c_str()), 0);
+  ASSERT_EQ(OSL_RemoveDir(path("stage").c_str()), 0);
+  EXPECT_FALSE(oxtest::fileExists(path("stage")));
+
+  // Files are opened for reading only.
+  EXPECT_EQ(OSL_OpenFile(path("b.xml").c_str(), 2, 0644), OSL_INVALID_FILE);
+  EXPECT_EQ(OSL_GetSystemLastError(), EINVAL);
+  OxBase::UniqueFd f(OSL_OpenFile(path("b.xml").c_str(), OSL_FILE_READ | OSL_FILE_BINARY, 0));
+  ASSERT_TRUE(f.valid());
+  char c = 0;
+  EXPECT_EQ(OSL_ReadFile(f.get(), &c, 1), 1);
+  EXPECT_EQ(c, 'A');
+  EXPECT_EQ(OSL_ReadFile(f.get(), &c, 1), 0);
+}
+
+TEST_F(PlatformTest, BrokenDownTimesConvertBothWays) {
+  // 2024-02-29 12:34:56.789 at UTC+8 is 04:34:56.789 UTC.
+  OSL_ExpTime t{};
+  t.tm_usec = 789000;
+  t.tm_sec = 56;
+  t.tm_min = 34;
+  t.tm_hour = 12;
+  t.tm_mday = 29;
+  t.tm_mon = 1;
+  t.tm_year = 124;
+  t.tm_gmtoff = 8 * 3600;
+  OSL_Time stamp = 0;
+  ASSERT_EQ(OSL_TimeFromExpTimeGMT(&t, &stamp), 0);
+  EXPECT_EQ(stamp, 1709181296789000LL);
+  t.tm_mon = 12;
+  EXPECT_NE(OSL_TimeFromExpTimeGMT(&t, &stamp), 0);
+
+  // Local breakdown and back, in whatever zone this process runs.
+  OSL_ExpTime local{};
+  ASSERT_EQ(OSL_ExpTimeFromTimeLocal(1709181296789000LL, &local), 0);
+  EXPECT_EQ(local.tm_usec, 789000);
+  OSL_Time back = 0;
+  ASSERT_EQ(OSL_TimeFromExpTimeGMT(&local, &back), 0);
+  EXPECT_EQ(back, 1709181296789000LL);
+}
+
+TEST_F(PlatformTest, TheRealEnvironmentNamesTheMachinesZoneFiles) {
+  OxBase::Env* env = OxBase::Env::Default();
+  EXPECT_EQ(env->ZoneInfoRoot(), "/usr/share/zoneinfo/");
+  EXPECT_EQ(env->LocalTimePath(), "/etc/localtime");
+  EXPECT_EQ(env->OsReleasePath(), "/etc/os-release");
+  unsigned char a[16], b[16];
+  env->NewUuid(a);
+  env->NewUuid(b);
+  EXPECT_NE(std::memcmp(a, b, 16), 0);
+  EXPECT_EQ(a[6] >> 4, 4);
 }
 
 }  // namespace

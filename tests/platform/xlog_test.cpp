@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <new>
 #include <string>
 
 #include "support/test_support.h"
@@ -44,6 +45,24 @@ TEST_F(XlogTest, FollowsThePropertiesFileOfTheWorkingDirectory) {
   xlog_reload(path("log4cxx.properties"));
   xlog_format(5, "OXW", "[%s(%d)] silenced", "f", 3);
   EXPECT_EQ(oxtest::readFile(path("out.log")), "INFO OXW [f(1)] first\n");
+}
+
+// A sink that fails as a host's logging may (out of memory, a bug).
+class ThrowingSink : public OxBase::LogSink {
+ public:
+  void Log(int, const char*, const std::string&) override { throw std::bad_alloc(); }
+};
+
+TEST_F(XlogTest, NothingLeavesTheLoggerWhateverTheSinkDoes) {
+  static_assert(noexcept(xlog_format(5, "OXW", "x")), "logging runs in destructors and catch blocks");
+  ThrowingSink sink;
+  OxBase::SetLogSink(&sink);
+  EXPECT_NO_THROW(xlog_format(5, "OXW", "[%s(%d)] lost", "f", 1));
+  OxBase::SetLogSink(nullptr);
+  // The next message goes out as usual.
+  oxtest::LogCapture log;
+  xlog_format(5, "OXW", "[%s(%d)] kept", "f", 2);
+  EXPECT_TRUE(log.has(5, "kept"));
 }
 
 }  // namespace

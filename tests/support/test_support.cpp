@@ -1,6 +1,7 @@
 #include "support/test_support.h"
 
 #include <dirent.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -123,6 +124,11 @@ int FaultEnv::Open(const std::string& p, int f, mode_t m) {
   return fails(kOpen) ? -1 : EnvWrapper::Open(p, f, m);
 }
 ssize_t FaultEnv::Write(int fd, const void* d, size_t n) {
+  if (op_ == kShortWrite && n > 1) {
+    ssize_t half = EnvWrapper::Write(fd, d, n / 2);
+    errno = errno_;
+    return half;
+  }
   return fails(kWrite) ? -1 : EnvWrapper::Write(fd, d, n);
 }
 int FaultEnv::Fsync(int fd) { return fails(kFsync) ? -1 : EnvWrapper::Fsync(fd); }
@@ -138,6 +144,11 @@ int FaultEnv::Rename(const std::string& a, const std::string& b) {
   return fails(kRename) ? -1 : EnvWrapper::Rename(a, b);
 }
 int FaultEnv::SyncDir(const std::string& d) { return fails(kSyncDir) ? -1 : EnvWrapper::SyncDir(d); }
+int FaultEnv::Flock(int fd, int op) {
+  return (op & LOCK_UN) == 0 && fails(kFlock) ? -1 : EnvWrapper::Flock(fd, op);
+}
+
+int openDescriptorCount() { return static_cast<int>(listDir("/proc/self/fd").size()) - 1; }
 
 }  // namespace oxtest
 

@@ -77,9 +77,11 @@ class WorkDirTest : public ::testing::Test {
 };
 
 // Fails chosen file operations with a chosen errno; everything else is real.
+// kShortWrite writes the first half of the data, then fails; kFlock fails
+// taking a lock (unlocking still works).
 class FaultEnv : public OxBase::EnvWrapper {
  public:
-  enum Op { kNone, kOpen, kWrite, kFsync, kClose, kRename, kSyncDir };
+  enum Op { kNone, kOpen, kWrite, kFsync, kClose, kRename, kSyncDir, kShortWrite, kFlock };
   // Wraps the environment in force when it is made.
   FaultEnv() : EnvWrapper(OxBase::Env::Current()) {}
   void failOn(Op op, int err) {
@@ -92,12 +94,16 @@ class FaultEnv : public OxBase::EnvWrapper {
   int Close(int fd) override;
   int Rename(const std::string& a, const std::string& b) override;
   int SyncDir(const std::string& d) override;
+  int Flock(int fd, int op) override;
 
  private:
   bool fails(Op op);
   Op op_ = kNone;
   int errno_ = 0;
 };
+
+// Number of descriptors open in this process.
+int openDescriptorCount();
 
 // Installs an Env for the scope, then puts the previous one back.
 class ScopedEnv {

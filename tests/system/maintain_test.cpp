@@ -141,4 +141,76 @@ TEST_F(MaintainTest, TheSystemLogConnectionRunsStatementsOnceStarted) {
   EXPECT_TRUE(log.has(5, "[sql=INSERT INTO Nowhere VALUES (1)]execute failed."));
 }
 
+TEST_F(MaintainTest, WriteLog4jNamesTheFailureItMet) {
+  CMaintain m;
+  std::string content = "log4j.rootLogger=DEBUG, file\n";
+
+  // A directory that does not exist: the file cannot be opened.
+  {
+    oxtest::LogCapture log;
+    std::string missing = path("missing/log4cxx.properties");
+    EXPECT_FALSE(m.WriteLog4j(missing, content));
+    EXPECT_TRUE(log.has(5, "open file failed, path[" + missing + "],error[" + std::to_string(ENOENT) + "]"));
+    EXPECT_EQ(log.entries().size(), 1u);
+  }
+  const std::string properties = path("log4cxx.properties");
+  const std::string before = oxtest::readFile(properties);
+  struct Row {
+    oxtest::FaultEnv::Op op;
+    int err;
+    std::string message;
+  };
+  const int length = static_cast<int>(content.size());
+  const std::vector<Row> rows = {
+      {oxtest::FaultEnv::kOpen, EACCES, "open file failed, path[" + properties + "],error[13]"},
+      // Only a short write names the length and the count that was written.
+      {oxtest::FaultEnv::kShortWrite, ENOSPC,
+       "write file failed, elngth[" + std::to_string(length) + "]-[" + std::to_string(length / 2) + "],error[28]"},
+      {oxtest::FaultEnv::kFsync, EIO, "replace file failed, path[" + properties + "],error[5]"},
+      {oxtest::FaultEnv::kRename, EIO, "replace file failed, path[" + properties + "],error[5]"},
+  };
+  for (const auto& row : rows) {
+    oxtest::LogCapture log;
+    oxtest::FaultEnv env;
+    env.failOn(row.op, row.err);
+    std::string p = properties;
+    {
+      oxtest::ScopedEnv scoped(&env);
+      EXPECT_FALSE(m.WriteLog4j(p, content));
+    }
+    ASSERT_EQ(log.entries().size(), 1u) << row.message;
+    EXPECT_TRUE(log.has(5, row.message)) << oxtest::LogCapture::body(log.entries()[0].text);
+    EXPECT_EQ(oxtest::readFile(properties), before);
+  }
+  // Only the directory sync failed: the new content is in place.
+  {
+    oxtest::LogCapture log;
+    oxtest::FaultEnv env;
+    env.failOn(oxtest::FaultEnv::kSyncDir, EIO);
+    oxtest::ScopedEnv scoped(&env);
+    std::string p = properties;
+    EXPECT_TRUE(m.WriteLog4j(p, content));
+    EXPECT_TRUE(log.entries().empty());
+  }
+  EXPECT_EQ(oxtest::readFile(properties), content);
+}
+
+TEST_F(MaintainTest, ASetterThatCannotLockTheFileWritesNothing) {
+  CMaintain m;
+  ASSERT_TRUE(m.loadFile());
+  const std::string config = oxtest::readFile(path("Config.xml"));
+  oxtest::LogCapture log;
+  {
+    oxtest::FaultEnv env;
+    env.failOn(oxtest::FaultEnv::kFlock, ENOLCK);
+    oxtest::ScopedEnv scoped(&env);
+    EXPECT_EQ(m.enableLog(0), 3);
+    EXPECT_EQ(m.setLogDeviceTransparent(1), 3);
+  }
+  EXPECT_EQ(oxtest::readFile(path("Config.xml")), config);
+  EXPECT_EQ(m.isLogEnable(), 1);
+  EXPECT_EQ(m.getLogDeviceTransparent(), 0);
+  EXPECT_TRUE(log.contains("lock file failed, path["));
+}
+
 }  // namespace
