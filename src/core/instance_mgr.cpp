@@ -12,7 +12,9 @@
 #include <exception>
 
 #include "db/db_init.h"
+#include "platform/file_util.h"
 #include "platform/osl.h"
+#include "platform/oxbase.h"
 #include "platform/xlog.h"
 #include "sections/token_mgr.h"
 
@@ -44,19 +46,34 @@ bool createOnly(std::shared_ptr<T>& slot) {
 // "start" as the function when `run` fails (null: the step fails silently);
 // the start then returns 0 at once, leaving the slots filled so far. Steps
 // that only load into an empty slot are skipped by a retry (see
-// createAndLoad), so a retry resumes at the failed step.
+// createAndLoad), so a retry resumes at the failed step. Guarded rows run
+// under the start's exception guard (logged, start returns 0); an exception
+// from an unguarded row reaches the caller of start.
 struct CInstanceMgr::StartStep {
   int number;
   const char* failure;
   int line;  // source line of the row, logged as the failure's line
+  bool guarded;
   bool (*run)(CInstanceMgr& m);
 };
 
-#define OXCFG_STEP(number, failure, ...) {number, failure, __LINE__, __VA_ARGS__}
+#define OXCFG_STEP(number, failure, ...) {number, failure, __LINE__, true, __VA_ARGS__}
+#define OXCFG_UNGUARDED_STEP(number, ...) {number, nullptr, __LINE__, false, __VA_ARGS__}
 
 const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
   using M = CInstanceMgr;
   static const StartStep kSteps[] = {
+      // Temporary files of writers that were killed mid-way are never
+      // completed: the directory sheds them before anything reads it.
+      OXCFG_UNGUARDED_STEP(0, [](M&) {
+        OxBase::RemoveStaleTemporariesIn(OX_BASE_GetCurDir());
+        return true;
+      }),
+      // The carry-over of "Config_Backup.xml"; its outcome is not examined.
+      OXCFG_UNGUARDED_STEP(1, [](M& m) {
+        m.copyBackupConfig();
+        return true;
+      }),
       // The private configuration holds the key of the configuration database.
       OXCFG_STEP(2, "[%s(%d)] CPrivateCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_privateCfg, [](CPrivateCfg& o) { return o.loadFile(); }); }),
@@ -104,6 +121,7 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
        [](M& m) { return createAndLoad(m.m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; }); }),
   };
 #undef OXCFG_STEP
+#undef OXCFG_UNGUARDED_STEP
   *count = sizeof kSteps / sizeof kSteps[0];
   return kSteps;
 }
@@ -118,25 +136,27 @@ int CInstanceMgr::stop() { return 1; }
 
 int CInstanceMgr::start() {
   xlog_configure_from_cwd();
-  // Step 1, outside the guard of the others: its outcome is not examined.
-  copyBackupConfig();
-  try {
-    return runSteps();
-  } catch (const std::exception& e) {
-    xlog_format(5, "OXW", "[%s(%d)] [err=%s]start CInstanceMgr failed", "start", __LINE__, e.what());
-  } catch (...) {
-    xlog_format(5, "OXW", "[%s(%d)] [errCode=%d]start CInstanceMgr failed", "start", __LINE__,
-                OSL_GetSystemLastError());
-  }
-  return 0;
-}
-
-int CInstanceMgr::runSteps() {
   size_t count = 0;
   const StartStep* steps = startSteps(&count);
   for (size_t i = 0; i < count; ++i) {
-    if (steps[i].run(*this)) continue;
-    if (steps[i].failure) xlog_format(5, "OXW", steps[i].failure, "start", steps[i].line);
+    const StartStep& step = steps[i];
+    bool ok = false;
+    if (!step.guarded) {
+      ok = step.run(*this);
+    } else {
+      try {
+        ok = step.run(*this);
+      } catch (const std::exception& e) {
+        xlog_format(5, "OXW", "[%s(%d)] [err=%s]start CInstanceMgr failed", "start", __LINE__, e.what());
+        return 0;
+      } catch (...) {
+        xlog_format(5, "OXW", "[%s(%d)] [errCode=%d]start CInstanceMgr failed", "start", __LINE__,
+                    OSL_GetSystemLastError());
+        return 0;
+      }
+    }
+    if (ok) continue;
+    if (step.failure) xlog_format(5, "OXW", step.failure, "start", step.line);
     return 0;
   }
   return 1;

@@ -60,9 +60,8 @@ class CInstanceMgr : public CSingleton<CInstanceMgr> {
 
  private:
   struct StartStep;
-  // The start table, steps 2 to 21 in order.
+  // The start table, in step order.
   static const StartStep* startSteps(size_t* count);
-  int runSteps();
 
   // The slot table, in slot order.
   std::shared_ptr<CBasicCfg> m_basicCfg;

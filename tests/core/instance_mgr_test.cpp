@@ -1,5 +1,8 @@
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
 #include <set>
 #include <thread>
@@ -91,6 +94,21 @@ TEST_F(FrameTest, GuardReleasesEarlyAndOnce) {
   }
   OxConfigMgr::OSL_Guard nullGuard(nullptr);
   nullGuard.Release();
+}
+
+TEST_F(FrameTest, StartShedsTheTemporariesOfKilledWriters) {
+  oxtest::copyFactory(dir());
+  pid_t child = ::fork();
+  if (child == 0) ::_exit(0);
+  ASSERT_GT(child, 0);
+  ASSERT_EQ(::waitpid(child, nullptr, 0), child);
+  const std::string stale = "." + std::string("Config.xml.tmp.") + std::to_string(child) + ".3";
+  const std::string live = ".QAPIConfig.xml.tmp." + std::to_string(::getpid()) + ".9";
+  oxtest::writeFile(path(stale), "<Config><half");
+  oxtest::writeFile(path(live), "<Config>");
+  ASSERT_EQ(OX_ConfigMgr_Start(), 1);
+  EXPECT_FALSE(oxtest::fileExists(path(stale)));
+  EXPECT_TRUE(oxtest::fileExists(path(live)));  // its writer may still finish
 }
 
 }  // namespace
