@@ -13,6 +13,7 @@
 #include "platform/osl.h"
 #include "platform/oxbase.h"
 #include "platform/secure_wipe.h"
+#include "platform/unique_fd.h"
 #include "platform/xlog.h"
 #include "platform/xml_base.h"
 #include "security/wbaes_internal.h"
@@ -286,28 +287,33 @@ void CPrivateCfg::getWbAesEncryptKey() {
   std::memcpy(m_wbaesEncKey, wbaes::kProductionKeyEnc, sizeof m_wbaesEncKey);
 }
 
-void CPrivateCfg::readWbaesDecryptFile() { readWbaesFile("wbaes_key_dec", m_wbaesDecKey); }
+void CPrivateCfg::readWbaesDecryptFile() try {
+  readWbaesFile("wbaes_key_dec", m_wbaesDecKey);
+} catch (...) {
+}
 
-void CPrivateCfg::readWbaesEncryptFile() { readWbaesFile("wbaes_key_enc", m_wbaesEncKey); }
+void CPrivateCfg::readWbaesEncryptFile() try {
+  readWbaesFile("wbaes_key_enc", m_wbaesEncKey);
+} catch (...) {
+}
 
 void CPrivateCfg::readWbaesFile(const char* name, unsigned char* block) {
   const std::string path = OX_BASE_GetCurDir() + name;
-  OSL_File file = OSL_OpenFile(path.c_str(), OSL_FILE_READ | OSL_FILE_BINARY, 0);
-  if (file == OSL_INVALID_FILE) {
+  OxBase::UniqueFd file(OSL_OpenFile(path.c_str(), OSL_FILE_READ | OSL_FILE_BINARY, 0));
+  if (!file.valid()) {
     xlog_format(5, "OXW", "[%s(%d)] open file %s failed[%d]", __FUNCTION__, __LINE__, name,
                 OSL_GetSystemLastError());
     return;
   }
   unsigned char buf[kKeyMaterialSize];
-  int got = OSL_ReadFile(file, buf, kKeyMaterialSize);
+  OxBase::ScopedWipe wipeBuf(buf, sizeof buf);
+  int got = OSL_ReadFile(file.get(), buf, kKeyMaterialSize);
   if (got != kKeyMaterialSize) {
     xlog_format(5, "OXW", "[%s(%d)] read file %s failed[%d],length[%d]", __FUNCTION__, __LINE__,
                 name, OSL_GetSystemLastError(), got);
-  } else {
-    std::memcpy(block, buf, kKeyMaterialSize);
+    return;
   }
-  OxBase::SecureWipe(buf, sizeof buf);
-  OSL_CloseFile(file);
+  std::memcpy(block, buf, kKeyMaterialSize);
 }
 
 }  // namespace OxConfigMgr
