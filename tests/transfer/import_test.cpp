@@ -45,6 +45,15 @@ class ImportTest : public TransferTest {
   }
 };
 
+TEST_F(ImportTest, StartMakesOneObjectThatLoadsNothing) {
+  EXPECT_FALSE(OX_ConfigMgr_GetCfgImportAndExport());
+  start();
+  auto transfer = OX_ConfigMgr_GetCfgImportAndExport();
+  ASSERT_TRUE(transfer);
+  EXPECT_EQ(transfer.get(), OX_ConfigMgr_GetCfgImportAndExport().get());
+  EXPECT_FALSE(stagingLeft());
+}
+
 TEST_F(ImportTest, OwnArchiveImportsAndLeavesTheUploadToTheCaller) {
   start();
   std::string archive = exportArchive("pw");
