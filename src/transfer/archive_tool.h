@@ -31,7 +31,8 @@ struct ArchiverRun {
 // Runs `args` (the archiver's path first) in `workDir` with `input` on its
 // standard input, bounded by `limits` (time-out, largest file written, no
 // core dump). The bounds are applied by the system's `timeout` and
-// `prlimit`, which keep the arguments as they are and never see the input.
+// `prlimit`, which pass the arguments on unchanged and leave standard input
+// to the archiver.
 ArchiverRun runArchiver(const std::vector<std::string>& args, const std::string& input,
                         const std::string& workDir, const ArchiveLimits& limits);
 
