@@ -45,6 +45,9 @@ TEST_F(CrossGatewayTest, ValuesMergeWhileLocalSectionsVersionAndAdministratorSta
   ASSERT_TRUE(setXmlText(other + "/QAPIConfig.xml", {"Config", "QAPIConfig", "Mode"}, "other-mode"));
   r = oxcfg(other, {"passwd"}, "alpha password\n");
   ASSERT_EQ(r.exitCode, 0) << r.output;
+  writeFile(other + "/nginx/conf/cert.key", "OTHER KEY");
+  writeFile(other + "/nginx/conf/cert.pem", "OTHER CERT");
+  writeFile(other + "/nginx/conf/key.pass", "OTHER PASS");
   r = oxcfg(other, {"export", path("other.zip")}, "transfer \"pw\" $(x)\n");
   ASSERT_EQ(r.exitCode, 0) << r.output;
   const std::string archive = readFile(path("other.zip"));
@@ -57,6 +60,8 @@ TEST_F(CrossGatewayTest, ValuesMergeWhileLocalSectionsVersionAndAdministratorSta
   ASSERT_TRUE(setXmlText(path("Config.xml"), {"Config", "EventSubCfg", "Enable"}, "0"));
   ASSERT_TRUE(setXmlText(path("Config.xml"), {"Config", "NATGateway", "PortRangeList", "PortRange", "min"}, "31000"));
   ASSERT_TRUE(setXmlText(path("PrivateConfig.xml"), {"PrivateConfig", "LDM", "LDMPort"}, "1111"));
+  writeFile(path("nginx/conf/cert.key"), "MY KEY");
+  writeFile(path("nginx/conf/certreq.pem"), "MY REQUEST");
   start();
   const std::string nat = natGateway(path("Config.xml"));
   auto users = OX_ConfigMgr_GetUserCfg();
@@ -88,6 +93,12 @@ TEST_F(CrossGatewayTest, ValuesMergeWhileLocalSectionsVersionAndAdministratorSta
   EXPECT_EQ(fileMode(priv), 0600u);
   EXPECT_EQ(fileMode(path("Config.db3")), 0600u);
   EXPECT_EQ(xmlText(path("QAPIConfig.xml"), {"Config", "QAPIConfig", "Mode"}), "other-mode");
+  // Certificate files are replaced; those the archive does not carry stay.
+  EXPECT_EQ(readFile(path("nginx/conf/cert.key")), "OTHER KEY");
+  EXPECT_EQ(fileMode(path("nginx/conf/cert.key")), 0600u);
+  EXPECT_EQ(readFile(path("nginx/conf/cert.pem")), "OTHER CERT");
+  EXPECT_EQ(readFile(path("nginx/conf/key.pass")), "OTHER PASS");
+  EXPECT_EQ(readFile(path("nginx/conf/certreq.pem")), "MY REQUEST");
 
   // The administrator from before the import, in memory and in the new
   // database, which opens with the archive's key.

@@ -257,6 +257,13 @@ TEST_F(ImportTest, TooManyOrTooLargeEntriesAreRefused) {
   EXPECT_EQ(importArchive(plainArchive({{"configuration/big", std::string(64 * 1024 + 1, 'b')}}), "pw"), 258);
   expectNothingChanged(before);
   EXPECT_EQ(importArchive(plainArchive({{"configuration/fits", std::string(64 * 1024, 'b')}}), "pw"), 0);
+
+  limits.maxArchiveBytes = 4096;
+  OxConfigMgr::transfer::setArchiveLimits(limits);
+  const auto imported = xmlState();
+  EXPECT_EQ(importArchive(plainArchive({{"configuration/padding", std::string(8192, 'p')}}), "pw"), 258);
+  EXPECT_TRUE(log_.has(4, "archive refused: archive too large"));
+  expectNothingChanged(imported);
 }
 
 TEST_F(ImportTest, LeftoverStagingFolderIsReplacedAndRemoved) {
