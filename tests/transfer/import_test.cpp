@@ -3,7 +3,11 @@
 
 #include <oxconfigmgr/OxUserCfg.h>
 
+#include <oxconfigmgr/OxNetworkCfg.h>
+
+#include <chrono>
 #include <functional>
+#include <thread>
 
 #include "transfer/transfer_fixture.h"
 
@@ -354,6 +358,43 @@ TEST_F(ImportTest, FailureAtEachStepLeavesTheThreeXmlFilesAsTheyWere) {
   EXPECT_EQ(xmlText(path("Config.xml"), {"Config", "Network", "HTTP", "Port"}), "8066");
   EXPECT_EQ(xmlText(path("PrivateConfig.xml"), {"PrivateConfig", "Encrypt", "QAPI", "Level"}), "3");
   EXPECT_EQ(xmlText(path("QAPIConfig.xml"), {"Config", "QAPIConfig", "Mode"}), "none");
+}
+
+// While the import holds the XML files, a setter waits: its change comes
+// after the roll-back instead of being erased by it.
+class SetterDuringRollbackEnv : public OxBase::EnvWrapper {
+ public:
+  SetterDuringRollbackEnv() : EnvWrapper(OxBase::Env::Current()) {}
+  int Rename(const std::string& from, const std::string& to) override {
+    if (!setter_.joinable() && to.size() > 15 && to.compare(to.size() - 15, 15, "/QAPIConfig.xml") == 0) {
+      setter_ = std::thread([] { OX_ConfigMgr_GetNetworkCfg()->setHttpPort(8123); });
+      // Long enough for an unserialised setter to finish first.
+      std::this_thread::sleep_for(std::chrono::milliseconds(300));
+      errno = EIO;
+      return -1;
+    }
+    return EnvWrapper::Rename(from, to);
+  }
+  void join() {
+    if (setter_.joinable()) setter_.join();
+  }
+
+ private:
+  std::thread setter_;
+};
+
+TEST_F(ImportTest, ASetterDuringTheImportIsNotLostToTheRollBack) {
+  start();
+  std::string archive = craftedArchive([](const std::string& s) {
+    ASSERT_TRUE(setXmlText(s + "/Config.xml", {"Config", "Network", "HTTP", "Port"}, "8066"));
+  });
+  SetterDuringRollbackEnv env;
+  {
+    ScopedEnv scoped(&env);
+    EXPECT_EQ(importArchive(archive, "pw"), 9);
+    env.join();
+  }
+  EXPECT_EQ(xmlText(path("Config.xml"), {"Config", "Network", "HTTP", "Port"}), "8123");
 }
 
 TEST_F(ImportTest, WithoutStartedUsersOrPrivateConfigurationTheXmlFilesGoBack) {
