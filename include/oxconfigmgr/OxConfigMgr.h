@@ -23,6 +23,7 @@
 #include <oxconfigmgr/OxBasicCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
+#include <oxconfigmgr/OxCfgImportAndExport.h>
 
 #include <memory>
 #include <string>

@@ -2,6 +2,7 @@
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxCfgImportAndExport.h>
 #include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
@@ -115,6 +116,7 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
        [](M& m) { return createAndLoad(m.m_eventSubCfg, [](CEventSubCfg& o) { return o.loadFile() == 1; }); }),
       OXCFG_STEP(17, "[%s(%d)] CWispListenCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_wispListenCfg, [](CWispListenCfg& o) { return o.loadFile() == 1; }); }),
+      OXCFG_STEP(18, nullptr, [](M& m) { return createOnly(m.m_cfgImportAndExport); }),
       OXCFG_STEP(19, "[%s(%d)] CDeviceMgmtCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; }); }),
       OXCFG_STEP(21, "[%s(%d)] CMetadataCfg loadFile falied",
