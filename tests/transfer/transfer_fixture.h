@@ -100,7 +100,16 @@ inline std::string xmlText(const std::string& path, std::initializer_list<const 
 // Sets the text of the element at `walk` in the file.
 inline bool setXmlText(const std::string& path, std::initializer_list<const char*> walk, const std::string& text) {
   OxBase::CXmlBase xml;
-  if (xml.LoadFile(path) != 1 || !OxConfigMgr::xmlWalk(xml, walk) || !xml.SetData(text.c_str())) return false;
+  if (walk.size() == 0 || xml.LoadFile(path) != 1) return false;
+  // Walk to the parent, then change the leaf as a setter does.
+  std::vector<const char*> names(walk.begin(), walk.end());
+  const char* leaf = names.back();
+  names.pop_back();
+  xml.SetRoot();
+  for (const char* name : names) {
+    if (!xml.FindElem(name) || !xml.IntoElem()) return false;
+  }
+  if (xml.ModifyData(leaf, text.c_str()) != 1) return false;
   return xml.WriteToFile(path) == 1;
 }
 
