@@ -23,6 +23,7 @@
 #include <oxconfigmgr/OxBasicCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
+#include <oxconfigmgr/OxTimeCfg.h>
 
 #include <memory>
 #include <string>
