@@ -69,7 +69,8 @@ class OXCFG_API CTimeCfg {
   // The zone file for a UTC offset: "<zone database>/Etc/GMT-8" for +8:00,
   // "Etc/GMT+5" for -5:00, "Etc/GMT+0" for 0:00 (the Etc zones' signs are
   // inverted); with minutes only -3:30, 3:30, 4:30, 5:30, 5:45, 6:30 and
-  // 9:30 are known (named zones). Empty for any other offset.
+  // 9:30 are known (named zones). Empty for any other offset. Whole hours
+  // are not range-checked here (setLocalTime accepts -12 to 14 only).
   std::string getZoneInfo(int offsetHour, int offsetMinute);
 };
 

@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstdio>
-#include <exception>
 #include <string>
 #include <vector>
 
@@ -15,14 +14,15 @@
 #include "platform/xlog.h"
 #include "system/time_text.h"
 
+// Logs as the named public method, whatever helper does the work.
+#define TIMELOG(method, level, fmt, ...) \
+  xlog_format((level), "OXW", (fmt), (method), __LINE__, ##__VA_ARGS__)
+
 namespace OxConfigMgr {
 
 namespace {
 
 using OxBase::Env;
-
-// Logs as the named public method, whatever helper does the work.
-#define TIMELOG(method, level, fmt, ...) xlog_format((level), "OXW", (fmt), (method), __LINE__, ##__VA_ARGS__)
 
 std::atomic<uint32_t> g_linkCounter{0};
 
