@@ -280,6 +280,10 @@ TEST_F(TimeCfgTest, ConcurrentSettersLeaveOneCompleteLink) {
   for (const char* z : zones) ASSERT_TRUE(installZone(z));
   const char* texts[] = {"2024-05-01T08:30:00+08:00", "2024-05-01T08:30:00-05:00",
                          "2024-05-01T08:30:00+05:30", "2024-05-01T08:30:00Z"};
+  // With TZ unset the C library re-records the default zone's name on every
+  // conversion, under a lock of its own that the thread sanitizer cannot
+  // see; a fixed TZ keeps those conversions read-only.
+  oxtest::ScopedTZ tz("UTC0");
   CTimeCfg cfg;
   std::vector<std::thread> threads;
   for (const char* t : texts) {
