@@ -24,6 +24,7 @@
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxCfgImportAndExport.h>
+#include <oxconfigmgr/OxTimeCfg.h>
 
 #include <memory>
 #include <string>

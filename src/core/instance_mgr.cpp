@@ -8,6 +8,7 @@
 #include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
+#include <oxconfigmgr/OxTimeCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
 
 #include <exception>
@@ -98,6 +99,8 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
       // The message names loadFile although start() runs.
       OXCFG_STEP(10, "[%s(%d)] CNetworkCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_networkCfg, [](CNetworkCfg& o) { return o.start(); }); }),
+      OXCFG_STEP(12, "[%s(%d)] CTimeCfg start falied",
+       [](M& m) { return createAndLoad(m.m_timeCfg, [](CTimeCfg& o) { return o.start() == 1; }); }),
       OXCFG_STEP(13, "[%s(%d)] CQAPICfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_qapiCfg, [](CQAPICfg& o) { return o.loadFile() == 1; }); }),
       // The alarm monitor's token is put in force when the object is made; a

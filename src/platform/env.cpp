@@ -152,6 +152,10 @@ int Env::Flock(int fd, int op) {
   return rc;
 }
 
+int Env::Symlink(const std::string& target, const std::string& linkPath) {
+  return ::symlink(target.c_str(), linkPath.c_str());
+}
+
 int Env::SyncDir(const std::string& dir) {
   UniqueFd fd(::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!fd.valid()) return -1;
@@ -271,6 +275,37 @@ int Env::SetSystemTime(int64_t secondsSince1970) {
   timeval tv{};
   tv.tv_sec = static_cast<time_t>(secondsSince1970);
   return ::settimeofday(&tv, nullptr);
+}
+
+int Env::LocalZone(int64_t secondsSince1970, int* standardOffsetEast, int* isDst) {
+  // tzset re-reads TZ (or the zone file when TZ is unset); localtime_r then
+  // leaves `timezone` at the standard offset in force at that moment.
+  ::tzset();
+  const time_t t = static_cast<time_t>(secondsSince1970);
+  struct tm tmv;
+  if (!localtime_r(&t, &tmv)) return -1;
+  if (standardOffsetEast) *standardOffsetEast = static_cast<int>(-timezone);
+  if (isDst) *isDst = tmv.tm_isdst > 0 ? 1 : 0;
+  return 0;
+}
+
+int Env::MakeLocalTime(int year, int month, int day, int hour, int minute, int second,
+                       int64_t* secondsSince1970) {
+  struct tm tmv{};
+  tmv.tm_year = year - 1900;
+  tmv.tm_mon = month - 1;
+  tmv.tm_mday = day;
+  tmv.tm_hour = hour;
+  tmv.tm_min = minute;
+  tmv.tm_sec = second;
+  tmv.tm_isdst = -1;
+  const time_t t = ::mktime(&tmv);
+  if (t == static_cast<time_t>(-1)) {
+    errno = EOVERFLOW;
+    return -1;
+  }
+  if (secondsSince1970) *secondsSince1970 = static_cast<int64_t>(t);
+  return 0;
 }
 
 uint32_t Env::Random32() {

@@ -62,6 +62,8 @@ class Env {
   virtual int SyncDir(const std::string& dir);
   // flock(2) on a descriptor (LOCK_EX, LOCK_UN, ...), retried on EINTR.
   virtual int Flock(int fd, int op);
+  // symlink(2): creates `linkPath` as a symbolic link holding `target`.
+  virtual int Symlink(const std::string& target, const std::string& linkPath);
 
   // --- commands -------------------------------------------------------------
   // Runs argv[0] (searched in PATH when it has no slash) with the given
@@ -81,6 +83,15 @@ class Env {
   virtual int64_t NowMicros();        // wall clock, microseconds since 1970
   virtual uint64_t TickMillis();      // monotonic milliseconds
   virtual int SetSystemTime(int64_t secondsSince1970);
+  // The C library's zone in force (TZ honoured, the zone file re-read when it
+  // changed): the standard offset of the zone at `secondsSince1970`, in
+  // seconds east of UTC, and whether daylight saving time is in force then.
+  virtual int LocalZone(int64_t secondsSince1970, int* standardOffsetEast, int* isDst);
+  // mktime(3) of a wall-clock time (month 1..12) in the zone in force,
+  // daylight saving unknown; out-of-range fields are normalised as mktime
+  // does. -1 (EOVERFLOW) when the result is not representable.
+  virtual int MakeLocalTime(int year, int month, int day, int hour, int minute, int second,
+                            int64_t* secondsSince1970);
 
   // --- randomness -----------------------------------------------------------
   virtual uint32_t Random32();
@@ -110,6 +121,7 @@ class EnvWrapper : public Env {
   int RemoveDir(const std::string& p) override { return target_->RemoveDir(p); }
   int SyncDir(const std::string& d) override { return target_->SyncDir(d); }
   int Flock(int fd, int op) override { return target_->Flock(fd, op); }
+  int Symlink(const std::string& t, const std::string& l) override { return target_->Symlink(t, l); }
   CommandResult Run(const std::vector<std::string>& a, const std::string& in,
                     const std::string& wd) override {
     return target_->Run(a, in, wd);
@@ -117,6 +129,10 @@ class EnvWrapper : public Env {
   int64_t NowMicros() override { return target_->NowMicros(); }
   uint64_t TickMillis() override { return target_->TickMillis(); }
   int SetSystemTime(int64_t s) override { return target_->SetSystemTime(s); }
+  int LocalZone(int64_t s, int* off, int* dst) override { return target_->LocalZone(s, off, dst); }
+  int MakeLocalTime(int y, int mo, int d, int h, int mi, int s, int64_t* out) override {
+    return target_->MakeLocalTime(y, mo, d, h, mi, s, out);
+  }
   uint32_t Random32() override { return target_->Random32(); }
   void NewUuid(unsigned char out[16]) override { target_->NewUuid(out); }
   int GetAdapters(std::vector<AdapterAddress>* out) override { return target_->GetAdapters(out); }
