@@ -12,6 +12,7 @@ PACKAGES=(
   libcurl4-openssl-dev
   libcpp-httplib-dev
   p7zip-full
+  nginx-light  # the web server the certificate tests start on their own port
   libgtest-dev libgmock-dev googletest
   libbenchmark-dev
   tzdata iproute2

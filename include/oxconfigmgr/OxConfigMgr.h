@@ -16,6 +16,7 @@
 #include <oxconfigmgr/OxLogLevel.h>
 #include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxMutex.h>
+#include <oxconfigmgr/OxOpenSSLCertificate.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSecurityStatus.h>
 #include <oxconfigmgr/OxUserCfg.h>

@@ -6,6 +6,7 @@
 #include <oxconfigmgr/OxMaintain.h>
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
+#include <oxconfigmgr/OxOpenSSLCertificate.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxTimeCfg.h>
@@ -99,6 +100,7 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
       // The message names loadFile although start() runs.
       OXCFG_STEP(10, "[%s(%d)] CNetworkCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_networkCfg, [](CNetworkCfg& o) { return o.start(); }); }),
+      OXCFG_STEP(11, nullptr, [](M& m) { return createOnly(m.m_openSSLCert); }),
       OXCFG_STEP(12, "[%s(%d)] CTimeCfg start falied",
        [](M& m) { return createAndLoad(m.m_timeCfg, [](CTimeCfg& o) { return o.start() == 1; }); }),
       OXCFG_STEP(13, "[%s(%d)] CQAPICfg loadFile falied",

@@ -1,0 +1,51 @@
+// Feeds arbitrary bytes as the installed certificate ("nginx/conf/cert.pem")
+// to the certificate reader: loading, validity, subject, issuer, serial and
+// the legality check that uploads pass. Whatever the bytes, the reader must
+// answer with a code and leave every text bounded.
+#include <oxconfigmgr/OxOpenSSLCertificate.h>
+#include <openssl/x509.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const bool inTempDir = [] {
+    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
+    if (!mkdtemp(tmpl) || chdir(tmpl) != 0) return false;
+    mkdir("nginx", 0755);
+    mkdir("nginx/conf", 0755);
+    setenv("TZ", "UTC0", 1);
+    return true;
+  }();
+  if (!inTempDir) return 0;
+  // The harness writes in place: durability is not under test here.
+  FILE* f = std::fopen("nginx/conf/cert.pem", "wb");
+  if (!f) return 0;
+  std::fwrite(data, 1, size, f);
+  std::fclose(f);
+
+  static OxConfigMgr::COpenSSLCertificate cert;
+  OxConfigMgr::CertificateInfo info;
+  const int rc = cert.getCertInfo(info);
+  if (rc != 0 && rc != 517 && rc != 518) __builtin_trap();
+  const int legal = cert.checkCertLegal();
+  if ((rc == 0) != (legal == 0)) __builtin_trap();
+  if (X509* x = cert.loadCertFile()) {
+    std::string before, after;
+    cert.getCertLife(x, before, after);
+    X509_free(x);
+  }
+  // An upload of the same bytes is judged the same way (the file exists, so
+  // it is refused as such; after a delete it is judged by its content).
+  if (cert.deleteCertFile() != 0) __builtin_trap();
+  std::string copy(reinterpret_cast<const char*>(data), size);
+  const int up = cert.uploadCert(size ? &copy[0] : nullptr, static_cast<int>(size));
+  if (size > 0 && size <= 32768 && (up == 0) != (legal == 0)) __builtin_trap();
+  cert.deleteCertFile();
+  return 0;
+}
