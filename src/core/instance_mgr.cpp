@@ -9,10 +9,13 @@
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
 
+#include <cstring>
 #include <exception>
 
 #include "db/db_init.h"
+#include "db/db_key.h"
 #include "platform/osl.h"
+#include "platform/secure_wipe.h"
 #include "platform/xlog.h"
 #include "sections/token_mgr.h"
 
@@ -41,7 +44,19 @@ void createOnly(std::shared_ptr<T>& slot) {
 
 }  // namespace
 
-CInstanceMgr::CInstanceMgr() = default;
+// The configuration database's key is the private configuration's storage
+// key: the databases get it through this provider, not by reaching up here.
+CInstanceMgr::CInstanceMgr() {
+  SetConfigDbKeyProvider([this](unsigned char out[kDBKeyLength]) {
+    std::shared_ptr<CPrivateCfg> priv = m_privateCfg;
+    if (!priv) return false;
+    tagEncryptInfo info;
+    OxBase::ScopedWipe wipe(&info, sizeof info);
+    priv->getEncryptParams(info);
+    std::memcpy(out, info.storageKey, kDBKeyLength);
+    return true;
+  });
+}
 
 // Members go in reverse order: the backup version first, then slot 20 down
 // to slot 1.
