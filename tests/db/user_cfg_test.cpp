@@ -4,6 +4,7 @@
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <cstring>
 #include <memory>
 #include <string>
 
@@ -90,6 +91,37 @@ TEST_F(UserCfgTest, AReplacedDatabaseIsReadOnReopenAndSetUserInfoRestoresTheCred
   EXPECT_EQ(adminRow("PasswordLevel, Realm, DigestPassword, SessionSalt, SessionPassword"),
             std::string("2|") + saved.Realm + "|" + saved.DigestPassword + "|" + saved.SessionSalt + "|" +
                 saved.SessionPassword + "\n");
+}
+
+TEST_F(UserCfgTest, TheDigestTextIsBoundedTheSessionPasswordCoversTheWholePassword) {
+  const std::string longPassword(1500, 'p');
+  ASSERT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_STRONG, longPassword.c_str(), "admin"), 0);
+  // "name:realm:password" is formed in 256 bytes: its first 255 characters.
+  const std::string digestText = ("admin:" + users->getRealm() + ":" + longPassword).substr(0, 255);
+  std::string ha1;
+  ASSERT_EQ(users->getDigestHA1(ha1, "admin"), 0);
+  EXPECT_EQ(ha1, digestHex(EVP_md5(), digestText));
+  EXPECT_EQ(users->getSessionPwd(), digestHex(EVP_sha256(), "admin" + users->getSessionSalt() + longPassword));
+
+  // A null password has no text: refused, nothing changes.
+  tagUserInfo before, after;
+  users->getUserInfo(before);
+  EXPECT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_WEAK, nullptr, "admin"), 1);
+  users->getUserInfo(after);
+  EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+}
+
+TEST_F(UserCfgTest, ARefusedDatabaseWriteIsNotReportedAndMemoryTakesTheNewPassword) {
+  ASSERT_EQ(sql("Config.db3", "ALTER TABLE Users RENAME TO Gone;"), "");
+  oxtest::LogCapture log;
+  ASSERT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_MEDIUM, "unsaved", "admin"), 0);
+  EXPECT_TRUE(users->isActivated());
+  std::string ha1;
+  users->getDigestHA1(ha1, "admin");
+  EXPECT_EQ(ha1, digestHex(EVP_md5(), "admin:" + users->getRealm() + ":unsaved"));
+  for (const auto& e : log.entries()) EXPECT_LT(e.level, 5) << e.text;
+  EXPECT_FALSE(log.contains("store password"));
+  EXPECT_EQ(sql("Config.db3", "SELECT quote(DigestPassword) FROM Gone;"), "NULL\n");
 }
 
 }  // namespace
