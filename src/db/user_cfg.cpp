@@ -86,6 +86,24 @@ void readRows(Sqlite3DO::CSQLite3Recordset& rs, tagUserInfo& info) {
   }
 }
 
+// Gives a realm to a user who has none. Processes starting together on a new
+// database each find it empty: the row is read again inside a write
+// transaction, so the first process's realm is the one all of them keep.
+// Without the transaction (the database stayed busy) the realm is written
+// as it is; its result is not checked either way.
+void giveRealm(Sqlite3DO::CBaseDBConn& conn, tagUserInfo& info) {
+  const bool inTransaction = conn.Begin();
+  if (inTransaction) {
+    Sqlite3DO::CSQLite3Recordset rs;
+    if (conn.Execute(kSelectUsers, rs)) readRows(rs, info);
+  }
+  if (info.Realm[0] == '\0') {
+    makeRealm(info.Realm);
+    conn.ExecuteBound(kUpdateRealm, {fieldText(info.Realm), fieldText(info.Name)});
+  }
+  if (inTransaction && !conn.Commit()) conn.Rollback();
+}
+
 // SHA-256 of the pieces as 64 lower-case hexadecimal characters into `out`.
 bool sha256Hex(std::initializer_list<OxBase::DigestPiece> pieces, char (&out)[65]) {
   unsigned char digest[OxBase::kSha256Bytes];
@@ -146,10 +164,7 @@ bool CUserCfg::loadDatabase(int reopen) {
       info = m_info;
     }
     readRows(rs, info);
-    if (info.Realm[0] == '\0') {
-      makeRealm(info.Realm);
-      m_conn->ExecuteBound(kUpdateRealm, {fieldText(info.Realm), fieldText(info.Name)});
-    }
+    if (info.Realm[0] == '\0') giveRealm(*m_conn, info);
     OSL_Guard record(&m_recordMutex);
     m_info = info;
     return true;

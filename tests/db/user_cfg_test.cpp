@@ -1,13 +1,16 @@
 // The administrator's credentials in the encrypted configuration database.
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
 #include <cstring>
 #include <memory>
+#include <thread>
 #include <string>
 
+#include "db/db_conn.h"
 #include "db/db_test_support.h"
 
 using OxConfigMgr::CUserCfg;
@@ -122,6 +125,24 @@ TEST_F(UserCfgTest, ARefusedDatabaseWriteIsNotReportedAndMemoryTakesTheNewPasswo
   for (const auto& e : log.entries()) EXPECT_LT(e.level, 5) << e.text;
   EXPECT_FALSE(log.contains("store password"));
   EXPECT_EQ(sql("Config.db3", "SELECT quote(DigestPassword) FROM Gone;"), "NULL\n");
+}
+
+TEST_F(UserCfgTest, ARealmGivenMeanwhileByAnotherProcessIsTheOneKept) {
+  ASSERT_EQ(sql("Config.db3", "UPDATE Users SET Realm = NULL;"), "");
+  // Another process is giving the realm: its write is not committed yet when
+  // this object reads the row.
+  OxConfigMgr::CGatewayDBConn other;
+  ASSERT_TRUE(other.Begin());
+  ASSERT_TRUE(other.ExecuteBound("UPDATE Users SET Realm = ? WHERE Name=?", {"ZX-AG2010(7)", "admin"}));
+  CUserCfg loading;
+  bool loaded = false;
+  std::thread t([&] { loaded = loading.loadDatabase(0); });
+  ::usleep(300000);
+  ASSERT_TRUE(other.Commit());
+  t.join();
+  ASSERT_TRUE(loaded);
+  EXPECT_EQ(loading.getRealm(), "ZX-AG2010(7)");
+  EXPECT_EQ(adminRow("Realm"), "ZX-AG2010(7)\n");
 }
 
 }  // namespace
