@@ -53,7 +53,8 @@ class OXCFG_API CUserCfg {
   // file was replaced); zero keeps the connection this object has, whatever
   // its state, and opens one only when there is none. A user without a realm
   // is given "ZX-AG2010(n)", n random in 0..99999, written back at once (that
-  // write is not checked). False when no connection can be made or the table
+  // write is not checked; the row is read again inside the write transaction,
+  // so processes starting together on a new database keep one realm). False when no connection can be made or the table
   // cannot be read (a connection that failed to open stays until a reopen);
   // the record then stays as it was.
   bool loadDatabase(int reopen);
