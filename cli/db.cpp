@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "platform/secure_wipe.h"
 
 namespace oxcfg {
 namespace {
@@ -18,10 +19,9 @@ using namespace OxConfigMgr;
 
 const char* const kLevelNames[] = {"ALL", "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "OFF"};
 
-// Room for one character more than the library accepts (1024), the line end
-// and the terminator: a longer password reaches the library and is refused
-// there, and a line that does not fit at all is refused here, never cut.
-constexpr size_t kPasswordBuffer = 1027;
+// Passwords of up to 1024 characters, the line end and the terminator; a
+// longer line is refused here, never cut.
+constexpr size_t kPasswordBuffer = 1026;
 
 int usageError(const std::string& message) {
   std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
@@ -49,7 +49,7 @@ std::string meaningOfSetter(int code) {
 // A password buffer that is wiped when it goes.
 struct Secret {
   char text[kPasswordBuffer] = {0};
-  ~Secret() { explicit_bzero(text, sizeof text); }
+  OxBase::ScopedWipe wipe{text, sizeof text};
 };
 
 // Reads one line into `out` without its line end. False at end of input or
@@ -138,7 +138,7 @@ RegisterCommand g_passwd({"passwd", "[LEVEL]",
                             if (password.text[0] == '\0') return usageError("empty password");
                             int rc = users->setPassword(static_cast<tagPASSWORD_LEVEL>(level), password.text,
                                                         "admin");
-                            return reportResult("passwd", rc, rc == 1 ? "password refused (too long)" : "");
+                            return reportResult("passwd", rc, rc == 1 ? "password refused" : "");
                           }});
 
 RegisterCommand g_logEnable({"set log enable", "on|off", "switch logging on or off",

@@ -40,6 +40,7 @@ struct tagUserInfo {
 // Thread-safety: every method may be called from any thread; the record is
 // read and replaced whole under an internal lock, and the database work of
 // loadDatabase, releDataBase, setUserInfo and setPassword is serialised.
+// No method throws.
 class OXCFG_API CUserCfg {
  public:
   CUserCfg();
@@ -48,10 +49,14 @@ class OXCFG_API CUserCfg {
   CUserCfg& operator=(const CUserCfg&) = delete;
 
   // Reads the user table into memory (the last row wins). `reopen` non-zero
-  // closes the connection and opens "Config.db3" anew (after the file was
-  // replaced); zero opens it only if none is open. A user without a realm is
-  // given "ZX-AG2010(n)", n random in 0..99999, written back at once.
-  // False when the database cannot be opened or read; the record then stays.
+  // replaces the connection with one opened anew on "Config.db3" (after the
+  // file was replaced); zero keeps the connection this object has, whatever
+  // its state, and opens one only when there is none. A user without a realm
+  // is given "ZX-AG2010(n)", n random in 0..99999, written back at once (that
+  // write is not checked; the row is read again inside the write transaction,
+  // so processes starting together on a new database keep one realm). False when no connection can be made or the table
+  // cannot be read (a connection that failed to open stays until a reopen);
+  // the record then stays as it was.
   bool loadDatabase(int reopen);
   // Closes the connection. Always true.
   bool releDataBase();
@@ -73,16 +78,15 @@ class OXCFG_API CUserCfg {
   // memory stays as it was.
   void setUserInfo(const tagUserInfo& info);
 
-  // Sets the password of "admin": a new digest hash (giving a realm first if
-  // there is none), a new random salt and session password, stored with
-  // `level`. 0 on success (memory holds the new values even if the database
-  // write failed, which is logged); 1 when `user` is not exactly "admin" or
-  // `password` is null (nothing changes).
+  // Sets the password of "admin": a new digest hash over "name:realm:password"
+  // (giving a realm first if there is none; the text is cut to 255 characters
+  // when longer), a new random salt and a session password over the whole
+  // password, stored with `level`. 0 on success: memory holds the new values
+  // even if the database write failed, which is not reported. 1 when `user`
+  // is not exactly "admin" or `password` is null (nothing changes).
   int setPassword(tagPASSWORD_LEVEL level, const char* password, const char* user);
 
  private:
-  bool writeCredentials(const tagUserInfo& info);
-
   tagUserInfo m_info;
   std::unique_ptr<CGatewayDBConn> m_conn;
   mutable OSL_Mutex m_recordMutex;  // guards m_info

@@ -12,12 +12,15 @@
 #include <oxconfigmgr/OxTimeCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
 
+#include <cstring>
 #include <exception>
 
 #include "db/db_init.h"
+#include "db/db_key.h"
 #include "platform/file_util.h"
 #include "platform/osl.h"
 #include "platform/oxbase.h"
+#include "platform/secure_wipe.h"
 #include "platform/xlog.h"
 #include "sections/token_mgr.h"
 
@@ -133,7 +136,19 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
   return kSteps;
 }
 
-CInstanceMgr::CInstanceMgr() = default;
+// The configuration database's key is the private configuration's storage
+// key: the databases get it through this provider, not by reaching up here.
+CInstanceMgr::CInstanceMgr() {
+  SetConfigDbKeyProvider([this](unsigned char out[kDBKeyLength]) {
+    std::shared_ptr<CPrivateCfg> priv = m_privateCfg;
+    if (!priv) return false;
+    tagEncryptInfo info;
+    OxBase::ScopedWipe wipe(&info, sizeof info);
+    priv->getEncryptParams(info);
+    std::memcpy(out, info.storageKey, kDBKeyLength);
+    return true;
+  });
+}
 
 // Members go in reverse order: the backup version first, then slot 20 down
 // to slot 1.

@@ -1,13 +1,11 @@
 #include "db/db_conn.h"
 
-#include <oxconfigmgr/OxPrivateCfg.h>
-#include <openssl/crypto.h>
-
 #include <cstring>
 
 #include "db/db_init.h"
-#include "core/instance_mgr.h"
+#include "db/db_key.h"
 #include "platform/oxbase.h"
+#include "platform/secure_wipe.h"
 
 namespace OxConfigMgr {
 
@@ -21,12 +19,12 @@ CGatewayDBConn::CGatewayDBConn() {
   CGatewayDBInitManager* init = CSingleton<CGatewayDBInitManager>::Instance();
   std::string path;
   unsigned char key[kKeyBufferSize];
+  OxBase::ScopedWipe wipe(key, sizeof key);
   std::memset(key, 0, sizeof key);
   int len = 0;
   init->GetDBUtf8Path(path);
   init->GetDBKey(key, len);
   OpenDB(path, key, len, true);
-  OPENSSL_cleanse(key, sizeof key);
 }
 
 CGatewayDBConn::~CGatewayDBConn() = default;
@@ -34,12 +32,12 @@ CGatewayDBConn::~CGatewayDBConn() = default;
 CSyslogDBConn::CSyslogDBConn() {
   std::string path;
   unsigned char key[kKeyBufferSize];
+  OxBase::ScopedWipe wipe(key, sizeof key);
   std::memset(key, 0, sizeof key);
   int len = 0;
   GetDBUtf8Path(path);
   GetDBKey(key, len);
-  OpenDB(path, key, 32, false);
-  OPENSSL_cleanse(key, sizeof key);
+  OpenDB(path, key, kDBKeyLength, false);
 }
 
 CSyslogDBConn::~CSyslogDBConn() = default;
@@ -51,13 +49,7 @@ bool CSyslogDBConn::GetDBUtf8Path(std::string& path) {
 
 bool CSyslogDBConn::GetDBKey(unsigned char* key, int& len) {
   len = kDBKeyLength;
-  if (!key) return true;
-  std::shared_ptr<CPrivateCfg> priv = OX_ConfigMgr_GetPrivateCfg();
-  if (!priv) return true;
-  tagEncryptInfo info;
-  priv->getEncryptParams(info);
-  std::memcpy(key, info.storageKey, kDBKeyLength);
-  OPENSSL_cleanse(&info, sizeof info);
+  if (key) GetConfigDbKey(key);  // zeros when there is no key
   return true;
 }
 

@@ -1,11 +1,5 @@
 #include "db/db_init.h"
 
-#include <oxconfigmgr/OxPrivateCfg.h>
-#include <openssl/crypto.h>
-
-#include <cstring>
-
-#include "core/instance_mgr.h"
 #include "platform/oxbase.h"
 
 namespace OxConfigMgr {
@@ -90,16 +84,10 @@ bool CGatewayDBInitManager::GetDBUtf8Path(std::string& path) {
 }
 
 bool CGatewayDBInitManager::GetDBKey(unsigned char* key, int& len) {
-  // Without a private configuration there is no key: the length stays 0 and
-  // the database refuses to open rather than being created in clear.
+  // Without a key the length stays 0 and the database refuses to open rather
+  // than being created in clear.
   len = 0;
-  std::shared_ptr<CPrivateCfg> priv = CSingleton<CInstanceMgr>::Instance()->getPrivateCfg();
-  if (!priv || !key) return true;
-  tagEncryptInfo info;
-  priv->getEncryptParams(info);
-  std::memcpy(key, info.storageKey, kDBKeyLength);
-  len = kDBKeyLength;
-  OPENSSL_cleanse(&info, sizeof info);
+  if (key && GetConfigDbKey(key)) len = kDBKeyLength;
   return true;
 }
 

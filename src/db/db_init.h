@@ -8,14 +8,11 @@
 #include <map>
 #include <string>
 
+#include "db/db_key.h"
 #include "frame/singleton.h"
 #include "platform/sqlite3do.h"
 
 namespace OxConfigMgr {
-
-// Length of the configuration database's key: the private configuration's
-// storage key.
-constexpr int kDBKeyLength = 32;
 
 // "Config.db3": encrypted with the storage key of the private configuration.
 // InitDB(1) at start creates or upgrades it. Used only on the starting thread.
@@ -27,9 +24,9 @@ class CGatewayDBInitManager : public Sqlite3DO::CBaseDBInitManager,
 
   // The working directory + "Config.db3". Always true.
   bool GetDBUtf8Path(std::string& path) override;
-  // Copies the 32-byte storage key of the started private configuration and
-  // sets `len` to 32; without one `len` is 0 (the database then cannot be
-  // opened). Always true.
+  // Copies the 32-byte key of the installed key provider (the private
+  // configuration's storage key) and sets `len` to 32; without one `len` is 0
+  // (the database then cannot be opened). Always true.
   bool GetDBKey(unsigned char* key, int& len) override;
   Sqlite3DO::CDBVersion GetDBTargetVersion() override;
   // The creation script of the target version; true when there is one.

@@ -1,8 +1,5 @@
 #include <oxconfigmgr/OxUserCfg.h>
 
-#include <openssl/crypto.h>
-#include <openssl/evp.h>
-
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -11,8 +8,10 @@
 
 #include "db/db_conn.h"
 #include "frame/osl_guard.h"
+#include "platform/crypto_digest.h"
 #include "platform/hex.h"
 #include "platform/osl.h"
+#include "platform/secure_wipe.h"
 #include "platform/xlog.h"
 
 namespace OxConfigMgr {
@@ -26,9 +25,9 @@ const char* const kUpdateCredentials =
     "UPDATE Users SET PasswordLevel = ?, Realm = ?, DigestPassword = ?, SessionSalt = ?, "
     "SessionPassword = ? WHERE Name=?";
 
-// Longer passwords are refused rather than hashed: nobody types them, and
-// the hashing texts stay small.
-constexpr size_t kMaxPasswordLength = 1024;
+// The digest text "name:realm:password" is formed in a buffer of this size;
+// a longer text is cut to fit.
+constexpr size_t kDigestTextSize = 256;
 
 // Each gateway gets its own digest realm: the model base and a random number.
 void makeRealm(char (&realm)[33]) {
@@ -39,6 +38,19 @@ void makeRealm(char (&realm)[33]) {
 template <size_t N>
 std::string fieldText(const char (&field)[N]) {
   return std::string(field, strnlen(field, N));
+}
+
+// A field of the record, copied under `mutex` into a local buffer first so
+// that the string is allocated after the lock is given back.
+template <size_t N>
+std::string readField(OSL_Mutex& mutex, const char (&field)[N]) {
+  char copy[N];
+  OxBase::ScopedWipe wipe(copy, sizeof copy);
+  {
+    OSL_Guard record(&mutex);
+    std::memcpy(copy, field, N);
+  }
+  return fieldText(copy);
 }
 
 template <size_t N>
@@ -54,33 +66,69 @@ void terminateAll(tagUserInfo& info) {
   terminate(info.SessionPassword);
 }
 
-// SHA-256 of `text` as 64 lower-case hexadecimal characters into `out`.
-bool sha256Hex(const std::string& text, char (&out)[65]) {
-  unsigned char digest[EVP_MAX_MD_SIZE];
-  unsigned int len = 0;
-  bool ok = EVP_Digest(text.data(), text.size(), digest, &len, EVP_sha256(), nullptr) == 1 && len == 32;
-  if (ok) convertByteArrayToCharArray(digest, 32, out, sizeof out);
-  OPENSSL_cleanse(digest, sizeof digest);
-  return ok;
+// The values of the credential update, in the order of its placeholders.
+std::vector<Sqlite3DO::CDBParam> credentialParams(const tagUserInfo& info) {
+  return {static_cast<int>(info.PasswordLevel), fieldText(info.Realm), fieldText(info.DigestPassword),
+          fieldText(info.SessionSalt), fieldText(info.SessionPassword), fieldText(info.Name)};
 }
 
-// A string holding a secret: reserved up front so it never reallocates (which
-// would leave copies behind) and wiped when it goes.
-class SecretText {
- public:
-  explicit SecretText(size_t capacity) { m_text.reserve(capacity); }
-  ~SecretText() {
-    if (!m_text.empty()) OPENSSL_cleanse(&m_text[0], m_text.size());
+// Every row overwrites the same record: the last row wins.
+void readRows(Sqlite3DO::CSQLite3Recordset& rs, tagUserInfo& info) {
+  for (; !rs.IsEOF(); rs.Next()) {
+    info.ID = rs.GetInt("ID");
+    info.UserLevel = static_cast<uint8_t>(rs.GetInt("UserLevel"));
+    info.PasswordLevel = static_cast<uint8_t>(rs.GetInt("PasswordLevel"));
+    OSL_Strncpy(info.Name, rs.GetText("Name"), sizeof info.Name);
+    OSL_Strncpy(info.Realm, rs.GetText("Realm"), sizeof info.Realm);
+    OSL_Strncpy(info.DigestPassword, rs.GetText("DigestPassword"), sizeof info.DigestPassword);
+    OSL_Strncpy(info.SessionSalt, rs.GetText("SessionSalt"), sizeof info.SessionSalt);
+    OSL_Strncpy(info.SessionPassword, rs.GetText("SessionPassword"), sizeof info.SessionPassword);
   }
-  SecretText& operator<<(const char* part) {
-    m_text.append(part);
-    return *this;
-  }
-  const std::string& str() const { return m_text; }
+}
 
- private:
-  std::string m_text;
-};
+// Gives a realm to a user who has none. Processes starting together on a new
+// database each find it empty: the row is read again inside a write
+// transaction, so the first process's realm is the one all of them keep.
+// Without the transaction (the database stayed busy) the realm is written
+// as it is; its result is not checked either way.
+void giveRealm(Sqlite3DO::CBaseDBConn& conn, tagUserInfo& info) {
+  const bool inTransaction = conn.Begin();
+  if (inTransaction) {
+    Sqlite3DO::CSQLite3Recordset rs;
+    if (conn.Execute(kSelectUsers, rs)) readRows(rs, info);
+  }
+  if (info.Realm[0] == '\0') {
+    makeRealm(info.Realm);
+    conn.ExecuteBound(kUpdateRealm, {fieldText(info.Realm), fieldText(info.Name)});
+  }
+  if (inTransaction && !conn.Commit()) conn.Rollback();
+}
+
+// SHA-256 of the pieces as 64 lower-case hexadecimal characters into `out`.
+bool sha256Hex(std::initializer_list<OxBase::DigestPiece> pieces, char (&out)[65]) {
+  unsigned char digest[OxBase::kSha256Bytes];
+  OxBase::ScopedWipe wipe(digest, sizeof digest);
+  return OxBase::Sha256Pieces(pieces, digest) &&
+         convertByteArrayToCharArray(digest, sizeof digest, out, sizeof out) == 2 * OxBase::kSha256Bytes;
+}
+
+OxBase::DigestPiece piece(const char* text) { return {text, std::strlen(text)}; }
+
+// HA1 of HTTP digest authentication, formed in a bounded buffer.
+bool digestHA1(const tagUserInfo& info, const char* password, char (&out)[65]) {
+  char text[kDigestTextSize] = {0};
+  OxBase::ScopedWipe wipe(text, sizeof text);
+  std::snprintf(text, sizeof text, "%s:%s:%s", info.Name, info.Realm, password);
+  return mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text), static_cast<int>(std::strlen(text)), out) == 0;
+}
+
+// A fresh salt: SHA-256 of a new UUID's text.
+bool newSalt(char (&out)[65]) {
+  OSL_UUID uuid;
+  char uuidText[37] = {0};
+  return OSL_GetUUID(&uuid) == 0 && OSL_StringFromUUID(&uuid, uuidText, sizeof uuidText) == 36 &&
+         sha256Hex({piece(uuidText)}, out);
+}
 
 }  // namespace
 
@@ -90,34 +138,33 @@ CUserCfg::~CUserCfg() { releDataBase(); }
 
 bool CUserCfg::loadDatabase(int reopen) {
   try {
-    OSL_Guard db(&m_dbMutex);
-    if (reopen || !m_conn || !m_conn->IsOpen()) {
-      m_conn.reset();
-      m_conn.reset(new (std::nothrow) CGatewayDBConn);
-      if (!m_conn) return false;
+    // A connection that is needed is made (the file opened) before the lock.
+    bool needed = reopen != 0;
+    if (!needed) {
+      OSL_Guard db(&m_dbMutex);
+      needed = !m_conn;
     }
+    std::unique_ptr<CGatewayDBConn> fresh;
+    if (needed) {
+      fresh.reset(new (std::nothrow) CGatewayDBConn);
+      if (!fresh) return false;
+    }
+    std::unique_ptr<CGatewayDBConn> replaced;  // closed once the lock is given back
     Sqlite3DO::CSQLite3Recordset rs;
-    if (!m_conn->Execute(kSelectUsers, rs)) return false;
+    OSL_Guard db(&m_dbMutex);
+    if (fresh && (reopen || !m_conn)) {
+      replaced = std::move(m_conn);
+      m_conn = std::move(fresh);
+    }
+    if (!m_conn || !m_conn->Execute(kSelectUsers, rs)) return false;
 
     tagUserInfo info;
     {
       OSL_Guard record(&m_recordMutex);
       info = m_info;
     }
-    for (; !rs.IsEOF(); rs.Next()) {
-      info.ID = rs.GetInt("ID");
-      info.UserLevel = static_cast<uint8_t>(rs.GetInt("UserLevel"));
-      info.PasswordLevel = static_cast<uint8_t>(rs.GetInt("PasswordLevel"));
-      OSL_Strncpy(info.Name, rs.GetString("Name").c_str(), sizeof info.Name);
-      OSL_Strncpy(info.Realm, rs.GetString("Realm").c_str(), sizeof info.Realm);
-      OSL_Strncpy(info.DigestPassword, rs.GetString("DigestPassword").c_str(), sizeof info.DigestPassword);
-      OSL_Strncpy(info.SessionSalt, rs.GetString("SessionSalt").c_str(), sizeof info.SessionSalt);
-      OSL_Strncpy(info.SessionPassword, rs.GetString("SessionPassword").c_str(), sizeof info.SessionPassword);
-    }
-    if (info.Realm[0] == '\0') {
-      makeRealm(info.Realm);
-      m_conn->ExecuteBound(kUpdateRealm, {fieldText(info.Realm), fieldText(info.Name)});
-    }
+    readRows(rs, info);
+    if (info.Realm[0] == '\0') giveRealm(*m_conn, info);
     OSL_Guard record(&m_recordMutex);
     m_info = info;
     return true;
@@ -127,24 +174,28 @@ bool CUserCfg::loadDatabase(int reopen) {
 }
 
 bool CUserCfg::releDataBase() {
-  OSL_Guard db(&m_dbMutex);
-  m_conn.reset();
+  try {
+    std::unique_ptr<CGatewayDBConn> released;  // closed once the lock is given back
+    OSL_Guard db(&m_dbMutex);
+    released = std::move(m_conn);
+  } catch (...) {
+  }
   return true;
 }
 
 bool CUserCfg::isActivated() const {
-  OSL_Guard record(&m_recordMutex);
-  return m_info.DigestPassword[0] != '\0';
+  try {
+    OSL_Guard record(&m_recordMutex);
+    return m_info.DigestPassword[0] != '\0';
+  } catch (...) {
+    return false;
+  }
 }
 
 int CUserCfg::getDigestHA1(std::string& ha1, const char* user) const {
   if (!user || OSL_Strcmp(user, kAdmin) != 0) return 1;
   try {
-    std::string value;
-    {
-      OSL_Guard record(&m_recordMutex);
-      value = fieldText(m_info.DigestPassword);
-    }
+    std::string value = readField(m_recordMutex, m_info.DigestPassword);
     ha1.swap(value);
     return 0;
   } catch (...) {
@@ -154,8 +205,7 @@ int CUserCfg::getDigestHA1(std::string& ha1, const char* user) const {
 
 std::string CUserCfg::getSessionPwd() const {
   try {
-    OSL_Guard record(&m_recordMutex);
-    return fieldText(m_info.SessionPassword);
+    return readField(m_recordMutex, m_info.SessionPassword);
   } catch (...) {
     return std::string();
   }
@@ -163,8 +213,7 @@ std::string CUserCfg::getSessionPwd() const {
 
 std::string CUserCfg::getSessionSalt() const {
   try {
-    OSL_Guard record(&m_recordMutex);
-    return fieldText(m_info.SessionSalt);
+    return readField(m_recordMutex, m_info.SessionSalt);
   } catch (...) {
     return std::string();
   }
@@ -172,8 +221,7 @@ std::string CUserCfg::getSessionSalt() const {
 
 std::string CUserCfg::getRealm() const {
   try {
-    OSL_Guard record(&m_recordMutex);
-    return fieldText(m_info.Realm);
+    return readField(m_recordMutex, m_info.Realm);
   } catch (...) {
     return std::string();
   }
@@ -181,33 +229,28 @@ std::string CUserCfg::getRealm() const {
 
 std::string CUserCfg::getUserName() const {
   try {
-    OSL_Guard record(&m_recordMutex);
-    return fieldText(m_info.Name);
+    return readField(m_recordMutex, m_info.Name);
   } catch (...) {
     return std::string();
   }
 }
 
 void CUserCfg::getUserInfo(tagUserInfo& info) {
-  OSL_Guard record(&m_recordMutex);
-  info = m_info;
-}
-
-// Caller holds m_dbMutex.
-bool CUserCfg::writeCredentials(const tagUserInfo& info) {
-  if (!m_conn) return false;
-  return m_conn->ExecuteBound(kUpdateCredentials,
-                              {static_cast<int>(info.PasswordLevel), fieldText(info.Realm),
-                               fieldText(info.DigestPassword), fieldText(info.SessionSalt),
-                               fieldText(info.SessionPassword), fieldText(info.Name)});
+  try {
+    OSL_Guard record(&m_recordMutex);
+    info = m_info;
+  } catch (...) {
+    info = tagUserInfo();
+  }
 }
 
 void CUserCfg::setUserInfo(const tagUserInfo& info) {
   try {
     tagUserInfo copy = info;
     terminateAll(copy);
+    const std::vector<Sqlite3DO::CDBParam> params = credentialParams(copy);
     OSL_Guard db(&m_dbMutex);
-    if (!writeCredentials(copy)) {
+    if (!m_conn || !m_conn->ExecuteBound(kUpdateCredentials, params)) {
       OXLOG(5, "[%s(%d)] setUserInfo faild.");
       return;
     }
@@ -220,46 +263,27 @@ void CUserCfg::setUserInfo(const tagUserInfo& info) {
 
 int CUserCfg::setPassword(tagPASSWORD_LEVEL level, const char* password, const char* user) {
   static OSL_Mutex s_mutex;
-  OSL_Guard guard(&s_mutex);
-  if (!user || OSL_Strcmp(user, kAdmin) != 0) return 1;
-  if (!password || std::strlen(password) > kMaxPasswordLength) return 1;
   try {
-    OSL_Guard db(&m_dbMutex);
+    OSL_Guard guard(&s_mutex);
+    if (!user || OSL_Strcmp(user, kAdmin) != 0) return 1;
+    // A null password has no text to hash; refused like a wrong user.
+    if (!password) return 1;
     tagUserInfo info;
     {
       OSL_Guard record(&m_recordMutex);
       info = m_info;
     }
     if (info.Realm[0] == '\0') makeRealm(info.Realm);
-    const size_t capacity = sizeof info.Name + sizeof info.SessionSalt + std::strlen(password) + 4;
-
-    // HA1 of HTTP digest authentication.
-    {
-      SecretText text(capacity);
-      text << info.Name << ":" << info.Realm << ":" << password;
-      if (mprGetMD5Hash(reinterpret_cast<const unsigned char*>(text.str().data()),
-                        static_cast<int>(text.str().size()), info.DigestPassword) != 0) {
-        return 1;
-      }
-    }
-    // A fresh salt on every change: SHA-256 of a new UUID's text.
-    {
-      OSL_UUID uuid;
-      char uuidText[37] = {0};
-      if (OSL_GetUUID(&uuid) != 0 || OSL_StringFromUUID(&uuid, uuidText, sizeof uuidText) != 36 ||
-          !sha256Hex(uuidText, info.SessionSalt)) {
-        return 1;
-      }
-    }
-    {
-      SecretText text(capacity);
-      text << info.Name << info.SessionSalt << password;
-      if (!sha256Hex(text.str(), info.SessionPassword)) return 1;
+    if (!digestHA1(info, password, info.DigestPassword) || !newSalt(info.SessionSalt) ||
+        !sha256Hex({piece(info.Name), piece(info.SessionSalt), piece(password)}, info.SessionPassword)) {
+      return 1;
     }
     info.PasswordLevel = static_cast<uint8_t>(level);
 
     // Memory takes the new values even when the database refuses them.
-    if (!writeCredentials(info)) OXLOG(4, "[%s(%d)] store password failed.");
+    const std::vector<Sqlite3DO::CDBParam> params = credentialParams(info);
+    OSL_Guard db(&m_dbMutex);
+    if (m_conn) m_conn->ExecuteBound(kUpdateCredentials, params);
     OSL_Guard record(&m_recordMutex);
     m_info = info;
     return 0;

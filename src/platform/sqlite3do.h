@@ -3,22 +3,30 @@
 // CBaseDBConn is one open database (optionally encrypted with a raw 32-byte
 // key); CSQLite3Recordset holds the rows of a query; CDBVersion compares
 // dotted schema versions; CBaseDBInitManager creates a database at the
-// version the software expects or lifts an older one step by step.
+// version the software expects or lifts an older one step by step, holding
+// the database's lock file so that processes starting together take turns.
 //
 // Files: a database file created here has mode 0600, and an existing one with
 // looser permission bits is tightened to 0600 when it is opened (the files
 // hold credentials). SQLite gives its journal the same bits. The probe that
-// creates or checks the file goes through OxBase::Env, so tests can make a
-// database unwritable.
+// creates or checks the file and the lock file go through OxBase::Env, so
+// tests can make a database unwritable or its lock unobtainable.
 //
-// Nothing here throws; failures are logged (never with key material or bound
-// values) and reported through the results.
+// Exceptions: CBaseDBConn, CBaseDBInitManager and ReadUnitVersion throw
+// nothing; an allocation that fails inside them (or an exception from a row
+// handler) is caught, the statement is finalised and the call returns false.
+// CDBVersion and CSQLite3Recordset are plain values: their constructors and
+// the getters returning std::string may throw std::bad_alloc like any string.
+// Failures are logged, never with key material, statement text or bound
+// values.
 #ifndef OXCFG_PLATFORM_SQLITE3DO_H
 #define OXCFG_PLATFORM_SQLITE3DO_H
 
 #include <atomic>
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -69,23 +77,26 @@ class CSQLite3Recordset {
   bool IsEOF() const { return m_row >= m_rows.size(); }
   // Moves to the next row; false when that is past the end.
   bool Next();
-  int GetInt(const std::string& name) const;
-  int64_t GetInt64(const std::string& name) const;
-  std::string GetString(const std::string& name) const;
-  bool IsNull(const std::string& name) const;
+  int GetInt(const char* name) const;
+  int64_t GetInt64(const char* name) const;
+  std::string GetString(const char* name) const;
+  // The text of a column of the current row without copying it (never null);
+  // valid until the recordset is cleared, refilled or destroyed.
+  const char* GetText(const char* name) const;
+  bool IsNull(const char* name) const;
 
   size_t RowCount() const { return m_rows.size(); }
   const std::vector<std::string>& Columns() const { return m_columns; }
   void Clear();
 
  private:
-  friend class CBaseDBConn;
+  friend class RecordsetFiller;
   struct Cell {
     bool null = true;
     int64_t integer = 0;
     std::string text;
   };
-  const Cell* Find(const std::string& name) const;
+  const Cell* Find(const char* name) const;
 
   std::vector<std::string> m_columns;
   std::vector<std::vector<Cell>> m_rows;
@@ -102,12 +113,21 @@ class CDBParam {
   static CDBParam Null() { return CDBParam(static_cast<const char*>(nullptr)); }
 
  private:
-  friend class CBaseDBConn;
+  friend class StatementBinder;
   enum Kind { kNull, kText, kInt };
   Kind m_kind;
   std::string m_text;
   int64_t m_int = 0;
 };
+
+namespace internal {
+// Closes a connection handle; the owner of CBaseDBConn's handle.
+struct CloseConnection {
+  void operator()(sqlite3* db) const noexcept;
+};
+// Receives the columns and rows of the statements a runner steps through.
+class RowSink;
+}  // namespace internal
 
 // One database connection. Every call is serialised by the connection's own
 // mutex, so one connection may be shared by threads. A transaction belongs to
@@ -120,6 +140,10 @@ class CBaseDBConn {
   // another connection, unless a call says otherwise.
   static constexpr int kDefaultBusyTimeoutMs = 5000;
 
+  // Receives one row of ExecuteEach as a recordset holding that row alone;
+  // false stops the query early (the call still succeeds).
+  using RowHandler = std::function<bool(const CSQLite3Recordset& row)>;
+
   CBaseDBConn();
   virtual ~CBaseDBConn();
   CBaseDBConn(const CBaseDBConn&) = delete;
@@ -129,8 +153,9 @@ class CBaseDBConn {
   // closes whatever this connection had open first. With `useKey`, `key`
   // must hold exactly 32 bytes (`len` 32): they are applied as a raw SQLCipher
   // key (no passphrase derivation). Without it the file is plain SQLite and
-  // `key` is ignored. The key is checked at once by reading the schema: a
-  // wrong key, or a file that is not a database, fails here (the file is
+  // `key` is ignored. The key is checked at once by reading the schema (which
+  // also rolls back a transaction that a killed process left in the journal):
+  // a wrong key, or a file that is not a database, fails here (the file is
   // left as it was). False also when the file cannot be written.
   bool OpenDB(const std::string& path, const unsigned char* key, int len, bool useKey);
   // Rolls back an open transaction and closes; harmless when closed.
@@ -145,7 +170,7 @@ class CBaseDBConn {
   // unless a transaction is rolled back).
   bool Execute(const std::string& sql);
   // Runs the statements; `rs` receives the rows of the last one that returns
-  // columns (it is cleared first).
+  // columns (it is cleared first, and left empty when the call fails).
   bool Execute(const std::string& sql, CSQLite3Recordset& rs);
   // As Execute(sql), waiting up to `busyTimeoutMs` (0: not at all) for the
   // connection and for locks held by other connections.
@@ -157,6 +182,11 @@ class CBaseDBConn {
   bool ExecuteBound(const std::string& sql, const std::vector<CDBParam>& params);
   bool ExecuteBound(const std::string& sql, const std::vector<CDBParam>& params,
                     CSQLite3Recordset& rs);
+  // As ExecuteBound, handing each row to `onRow` as it is read instead of
+  // keeping them all. The connection stays locked meanwhile. An exception
+  // thrown by `onRow` ends the query: it is caught and logged, the statement
+  // is finalised and the result is false.
+  bool ExecuteEach(const std::string& sql, const std::vector<CDBParam>& params, const RowHandler& onRow);
 
   // BEGIN IMMEDIATE (the write lock is taken at once), COMMIT, ROLLBACK.
   // Commit and Rollback only act for the thread that began the transaction.
@@ -187,13 +217,32 @@ class CBaseDBConn {
     int m_depth = 0;
   };
   class Lock;
-  bool RunLocked(const std::string& sql, const std::vector<CDBParam>* params,
-                 CSQLite3Recordset* rs, bool single);
+
+  // Takes the connection mutex (waiting at most `timeoutMs`) and runs `sql`
+  // through RunLocked, feeding `sink`; the one entry of every Execute.
+  bool Run(const char* caller, const std::string& sql, const std::vector<CDBParam>* params,
+           internal::RowSink* sink, bool single, int timeoutMs);
+  // Prepares and steps each statement of `sql`. The caller holds the
+  // connection mutex. Never throws.
+  bool RunLocked(const std::string& sql, const std::vector<CDBParam>* params, internal::RowSink* sink,
+                 bool single);
+  bool StepStatement(sqlite3_stmt* stmt, internal::RowSink* sink);
+  // Called with the connection mutex held after every statement: when SQLite
+  // has just entered a transaction, the calling thread takes one more level
+  // of the mutex and keeps it until SQLite is back in autocommit mode (COMMIT,
+  // ROLLBACK, or a failure that ended the transaction), whichever statement
+  // ended it; then that level is given back.
+  void HoldMutexWhileInTransaction();
+  bool EndTransaction(const std::string& sql);
+  // Opening in steps; each leaves m_lastError set and logs when it fails.
+  bool PrepareFile(const std::string& path);
+  bool ConnectAndKey(const std::string& path, const unsigned char* key, bool useKey);
+  bool CheckReadable(const std::string& path);
   void CloseLocked();
   void Fail(const char* func, int line, const char* what, int rc);
 
   mutable OwnerMutex m_mutex;
-  sqlite3* m_db = nullptr;
+  std::unique_ptr<sqlite3, internal::CloseConnection> m_db;
   std::string m_path;
   bool m_createdFile = false;
   int m_lastError = 0;
@@ -219,28 +268,39 @@ class CBaseDBInitManager {
   virtual bool getDBTargetVerUpgradeSql(std::string& sql, const std::string& version) = 0;
 
   // Opens the database (with the key when `useKey` is non-zero) and brings it
-  // to the target version:
-  // - a new database (missing or empty file) is created with the creation
-  //   script in one transaction; if that fails the file is removed when this
-  //   call created it (an empty file that was there stays empty);
+  // to the target version, holding the exclusive lock file of the database
+  // (OxBase::LockPathFor(path)) from before the file is opened until the
+  // schema is committed, so that processes starting together create or
+  // upgrade it one after the other and never see it half-made:
+  // - a database without any table (a missing or empty file, or one that a
+  //   killed creation left behind and SQLite rolled back) is new: it is
+  //   created with the creation script in one transaction; if that fails the
+  //   file is removed when this call created it (a file that was there stays);
   // - otherwise the version row of "Unit" is read, and while it is below the
   //   target the upgrade script for that exact version text is run, each step
   //   in its own transaction that must leave a higher version; a version
   //   without a script, or a failing step, stops with false and leaves the
   //   database at the last version reached. A version at or above the target
   //   is accepted as it is.
-  // False also when the file cannot be opened, is not a database, has another
-  // key or cannot be written; such a file is not modified.
+  // False also when the lock file cannot be opened or locked, or the file
+  // cannot be opened, is not a database, has another key or cannot be
+  // written; such a file is not modified.
   bool InitDB(int useKey);
 
  private:
-  bool CreateLocked(CBaseDBConn& conn, const std::string& path, const CDBVersion& target);
-  bool UpgradeLocked(CBaseDBConn& conn, const std::string& path, const CDBVersion& target);
+  bool OpenForInit(CBaseDBConn& conn, const std::string& path, int useKey);
+  // Both run while InitDB holds the database's lock file.
+  bool CreateInOneTransaction(CBaseDBConn& conn, const std::string& path, const CDBVersion& target);
+  bool UpgradeStepByStep(CBaseDBConn& conn, const std::string& path, const CDBVersion& target);
 };
 
 // Reads the version row of "Unit"; false when the table, the row or the
 // file cannot be read.
 bool ReadUnitVersion(CBaseDBConn& conn, std::string& version);
+
+// Whether the database holds no schema object at all (no table, index, view
+// or trigger); false in `empty`'s place when the schema cannot be read.
+bool SchemaIsEmpty(CBaseDBConn& conn, bool& empty);
 
 }  // namespace Sqlite3DO
 

@@ -1,12 +1,16 @@
 // The administrator's credentials in the encrypted configuration database.
 #include <gtest/gtest.h>
 #include <stdio.h>
+#include <unistd.h>
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <cstring>
 #include <memory>
+#include <thread>
 #include <string>
 
+#include "db/db_conn.h"
 #include "db/db_test_support.h"
 
 using OxConfigMgr::CUserCfg;
@@ -90,6 +94,55 @@ TEST_F(UserCfgTest, AReplacedDatabaseIsReadOnReopenAndSetUserInfoRestoresTheCred
   EXPECT_EQ(adminRow("PasswordLevel, Realm, DigestPassword, SessionSalt, SessionPassword"),
             std::string("2|") + saved.Realm + "|" + saved.DigestPassword + "|" + saved.SessionSalt + "|" +
                 saved.SessionPassword + "\n");
+}
+
+TEST_F(UserCfgTest, TheDigestTextIsBoundedTheSessionPasswordCoversTheWholePassword) {
+  const std::string longPassword(1500, 'p');
+  ASSERT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_STRONG, longPassword.c_str(), "admin"), 0);
+  // "name:realm:password" is formed in 256 bytes: its first 255 characters.
+  const std::string digestText = ("admin:" + users->getRealm() + ":" + longPassword).substr(0, 255);
+  std::string ha1;
+  ASSERT_EQ(users->getDigestHA1(ha1, "admin"), 0);
+  EXPECT_EQ(ha1, digestHex(EVP_md5(), digestText));
+  EXPECT_EQ(users->getSessionPwd(), digestHex(EVP_sha256(), "admin" + users->getSessionSalt() + longPassword));
+
+  // A null password has no text: refused, nothing changes.
+  tagUserInfo before, after;
+  users->getUserInfo(before);
+  EXPECT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_WEAK, nullptr, "admin"), 1);
+  users->getUserInfo(after);
+  EXPECT_EQ(std::memcmp(&before, &after, sizeof before), 0);
+}
+
+TEST_F(UserCfgTest, ARefusedDatabaseWriteIsNotReportedAndMemoryTakesTheNewPassword) {
+  ASSERT_EQ(sql("Config.db3", "ALTER TABLE Users RENAME TO Gone;"), "");
+  oxtest::LogCapture log;
+  ASSERT_EQ(users->setPassword(OxConfigMgr::PASSWORD_LEVEL_MEDIUM, "unsaved", "admin"), 0);
+  EXPECT_TRUE(users->isActivated());
+  std::string ha1;
+  users->getDigestHA1(ha1, "admin");
+  EXPECT_EQ(ha1, digestHex(EVP_md5(), "admin:" + users->getRealm() + ":unsaved"));
+  for (const auto& e : log.entries()) EXPECT_LT(e.level, 5) << e.text;
+  EXPECT_FALSE(log.contains("store password"));
+  EXPECT_EQ(sql("Config.db3", "SELECT quote(DigestPassword) FROM Gone;"), "NULL\n");
+}
+
+TEST_F(UserCfgTest, ARealmGivenMeanwhileByAnotherProcessIsTheOneKept) {
+  ASSERT_EQ(sql("Config.db3", "UPDATE Users SET Realm = NULL;"), "");
+  // Another process is giving the realm: its write is not committed yet when
+  // this object reads the row.
+  OxConfigMgr::CGatewayDBConn other;
+  ASSERT_TRUE(other.Begin());
+  ASSERT_TRUE(other.ExecuteBound("UPDATE Users SET Realm = ? WHERE Name=?", {"ZX-AG2010(7)", "admin"}));
+  CUserCfg loading;
+  bool loaded = false;
+  std::thread t([&] { loaded = loading.loadDatabase(0); });
+  ::usleep(300000);
+  ASSERT_TRUE(other.Commit());
+  t.join();
+  ASSERT_TRUE(loaded);
+  EXPECT_EQ(loading.getRealm(), "ZX-AG2010(7)");
+  EXPECT_EQ(adminRow("Realm"), "ZX-AG2010(7)\n");
 }
 
 }  // namespace

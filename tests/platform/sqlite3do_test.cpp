@@ -4,12 +4,21 @@
 #include "platform/sqlite3do.h"
 
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
+#include <vector>
+
+#include "platform/file_lock.h"
 
 #include "support/test_support.h"
 
@@ -132,6 +141,119 @@ TEST_F(InitDBTest, AMissingOrEmptyFileIsANewDatabaseAndAFailedCreationLeavesNoth
   oxtest::writeFile(db, "");
   EXPECT_FALSE(init.InitDB(0));
   EXPECT_EQ(oxtest::readFile(db), "");
+}
+
+TEST_F(InitDBTest, ACreationKilledHalfWayIsRolledBackAndMadeAgain) {
+  const std::string db = path("k.db3");
+  pid_t child = ::fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    // Enough rows that SQLite spills pages into the file before the commit,
+    // then a query that never ends: the creation is caught mid-transaction.
+    ScriptedInit init(db);
+    init.createSql +=
+        "CREATE TABLE Filler(b);"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < 20000) "
+        "INSERT INTO Filler SELECT randomblob(1000) FROM n;"
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT count(*) FROM n;";
+    ::_exit(init.InitDB(0) ? 0 : 1);
+  }
+  struct stat st;
+  for (int i = 0; i < 1000 && !(::stat(db.c_str(), &st) == 0 && st.st_size > (1 << 20) &&
+                                oxtest::fileExists(db + "-journal"));
+       ++i) {
+    ::usleep(10000);
+  }
+  ::kill(child, SIGKILL);
+  int status = 0;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_GT(::stat(db.c_str(), &st) == 0 ? st.st_size : 0, 1 << 20);  // pages of the creation are in the file
+  ASSERT_TRUE(oxtest::fileExists(db + "-journal"));
+
+  ScriptedInit init(db);
+  oxtest::LogCapture log;
+  ASSERT_TRUE(init.InitDB(0));
+  EXPECT_TRUE(log.contains("database created"));
+  CBaseDBConn conn;
+  CSQLite3Recordset rs;
+  ASSERT_TRUE(conn.OpenDB(db, nullptr, 0, false));
+  ASSERT_TRUE(conn.Execute("SELECT group_concat(name) AS t FROM sqlite_master", rs));
+  EXPECT_EQ(rs.GetString("t"), "Unit");
+}
+
+TEST_F(InitDBTest, NothingIsOpenedWhileAnotherHolderHasTheLockFile) {
+  const std::string db = path("l.db3");
+  ScriptedInit init(db);
+  auto held = std::make_unique<OxBase::FileLock>(OxBase::LockPathFor(db));
+  ASSERT_TRUE(held->ok());
+  std::atomic<bool> done{false};
+  bool created = false;
+  std::thread starter([&] {
+    created = init.InitDB(0);
+    done = true;
+  });
+  ::usleep(100000);
+  EXPECT_FALSE(done);
+  EXPECT_FALSE(oxtest::fileExists(db));
+  held.reset();
+  starter.join();
+  EXPECT_TRUE(created);
+}
+
+// A lock file that cannot be opened stops the creation with a log line,
+// before the database file is touched.
+class NoLockEnv : public OxBase::EnvWrapper {
+ public:
+  NoLockEnv() : EnvWrapper(OxBase::Env::Current()) {}
+  int Open(const std::string& p, int f, mode_t m) override {
+    if (p.find(".lock") != std::string::npos) {
+      errno = EACCES;
+      return -1;
+    }
+    return EnvWrapper::Open(p, f, m);
+  }
+};
+
+TEST_F(InitDBTest, ALockFileThatCannotBeOpenedStopsTheCreation) {
+  const std::string db = path("n.db3");
+  ScriptedInit init(db);
+  NoLockEnv env;
+  oxtest::ScopedEnv scoped(&env);
+  oxtest::LogCapture log;
+  EXPECT_FALSE(init.InitDB(0));
+  EXPECT_TRUE(log.has(5, "lock database failed, path[" + db + "],error[" + std::to_string(EACCES) + "]"));
+  EXPECT_FALSE(oxtest::fileExists(db));
+}
+
+TEST_F(DBConnTest, ARowHandlerThatThrowsLeavesNoStatementBehind) {
+  ASSERT_TRUE(conn.Execute("INSERT INTO t VALUES('a', 1); INSERT INTO t VALUES('b', 2)"));
+  int seen = 0;
+  oxtest::LogCapture log;
+  EXPECT_FALSE(conn.ExecuteEach("SELECT name FROM t ORDER BY n", {}, [&](const CSQLite3Recordset& row) -> bool {
+    ++seen;
+    if (row.GetString("name") == "a") throw std::runtime_error("handler gave up");
+    return true;
+  }));
+  EXPECT_EQ(seen, 1);
+  EXPECT_FALSE(log.contains("handler gave up"));
+  // The query's read lock is gone: another connection can write at once.
+  CBaseDBConn other;
+  ASSERT_TRUE(other.OpenDB(path("t.db3"), nullptr, 0, false));
+  EXPECT_TRUE(other.Execute("INSERT INTO t VALUES('c', 3)", 0));
+  // And this one runs, begins and ends transactions as before.
+  ASSERT_TRUE(conn.Begin());
+  ASSERT_TRUE(conn.Execute("DELETE FROM t WHERE n = 3"));
+  ASSERT_TRUE(conn.Commit());
+  EXPECT_EQ(rows(), 2);
+
+  // Rows arrive one at a time; false from the handler stops early.
+  std::vector<std::string> names;
+  EXPECT_TRUE(conn.ExecuteEach("SELECT name FROM t WHERE n >= ? ORDER BY n", {1}, [&](const CSQLite3Recordset& row) {
+    names.push_back(row.GetString("name"));
+    return false;
+  }));
+  EXPECT_EQ(names, std::vector<std::string>{"a"});
 }
 
 }  // namespace
