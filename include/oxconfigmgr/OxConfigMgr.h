@@ -51,6 +51,7 @@ class CMetadataCfg;
 
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
+#include <oxconfigmgr/OxStorageConfig.h>
 
 extern "C" {
 

@@ -6,6 +6,7 @@
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
+#include <oxconfigmgr/OxStorageConfig.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
 
@@ -100,6 +101,10 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
        [](M& m) { return createAndLoad(m.m_wispListenCfg, [](CWispListenCfg& o) { return o.loadFile() == 1; }); }),
       OXCFG_STEP(19, "[%s(%d)] CDeviceMgmtCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; }); }),
+      // Fresh storage credentials at every start of the process; a failure
+      // is not logged here (the object logs its own).
+      OXCFG_STEP(20, nullptr,
+       [](M& m) { return createAndLoad(m.m_storageConfig, [](CStorageConfig& o) { return o.start(); }); }),
       OXCFG_STEP(21, "[%s(%d)] CMetadataCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; }); }),
   };
