@@ -134,7 +134,13 @@ TEST_F(StorageTest, UploadsLandInThePoolOfTheirRequestPathAndReadBackTheSame) {
     EXPECT_EQ(back.status, 200);
     EXPECT_TRUE(back.body == data) << c.requestPath;
   }
-  // One client for all of them, made by the first upload.
+  // One client for all of them, made by the first upload, on one connection.
+  const std::vector<JournalEntry> all = peer_.journal();
+  for (const JournalEntry& e : all) {
+    if (e.method == "PUT") {
+      EXPECT_EQ(e.remotePort, all[0].remotePort);
+    }
+  }
   EXPECT_TRUE(log.has(2, "NET_LSS_CreateClient succ: 0"));
   EXPECT_TRUE(log.has(2, "upload ip:port [127.0.0.2:" + std::to_string(port_) + "]"));
   size_t created = 0;

@@ -8,7 +8,8 @@
 // with 403, so the store accepts only what the given keys signed. Every
 // request is appended to the journal file as one line of JSON: method, url,
 // whether it was signed, its x-amz-content-sha256 and Content-Type headers
-// (null when absent), its Content-Length and the status answered.
+// (null when absent), its Content-Length, the client's port (one port for
+// requests on one kept-alive connection) and the status answered.
 //
 // The peer ends when its standard input closes (the test process ended, in
 // any way) or when its parent process is gone.
@@ -67,6 +68,7 @@ async function main() {
       sha256: req.headers['x-amz-content-sha256'] ?? null,
       contentType: req.headers['content-type'] ?? null,
       length: Number(req.headers['content-length'] || 0),
+      remotePort: req.socket.remotePort,
       status: 0,
     };
     // Journaled before the answer leaves, so a client that has its answer

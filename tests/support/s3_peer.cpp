@@ -203,6 +203,7 @@ std::vector<JournalEntry> S3Peer::journal() const {
     e.sha256 = jsonValue(line, "sha256");
     e.contentType = jsonValue(line, "contentType");
     e.length = std::atol(jsonValue(line, "length").c_str());
+    e.remotePort = std::atoi(jsonValue(line, "remotePort").c_str());
     e.status = std::atoi(jsonValue(line, "status").c_str());
     out.push_back(e);
   }

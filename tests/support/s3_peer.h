@@ -33,6 +33,7 @@ struct JournalEntry {
   std::string sha256;        // x-amz-content-sha256 ("" when absent)
   std::string contentType;   // "" when absent
   long length = 0;           // Content-Length
+  int remotePort = 0;        // client's port: one per connection
   int status = 0;            // status answered
 };
 
