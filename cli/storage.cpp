@@ -3,11 +3,13 @@
 //
 // oxcfg runs in a process of its own, so the library makes credentials of
 // its own there: the storage service answers 403 until it has been given
-// that pair. --show-credentials prints it (and only then is it printed).
+// that pair. --show-credentials prints it (and only then is it printed) and
+// waits for Enter before the request is sent.
 #include <oxconfigmgr/OxConfigMgr.h>
 
 #include <cstdio>
 #include <fstream>
+#include <iostream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -54,12 +56,19 @@ bool takeOptions(std::vector<std::string>& args, bool allowPath, bool* show, std
   return true;
 }
 
+// Prints this process's pair, then waits for a line on standard input (or
+// its end), so that the operator can give the pair to the service before the
+// request goes out: the pair exists only as long as this process.
 void showCredentials() {
   std::shared_ptr<OxConfigMgr::CStorageConfig> cfg = OX_ConfigMgr_GetStorageConfig();
   if (!cfg) return;
   std::string ak, sk;
   cfg->getStorageAkSk(ak, sk);
   std::printf("access key: %s\nsecret key: %s\n", ak.c_str(), sk.c_str());
+  std::fflush(stdout);
+  std::fprintf(stderr, "give this pair to the storage service, then press Enter\n");
+  std::string line;
+  std::getline(std::cin, line);
 }
 
 std::shared_ptr<OxConfigMgr::CNetworkCfg> network() {
