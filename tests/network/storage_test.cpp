@@ -4,8 +4,10 @@
 // leaves 127.0.0.1 out), and the peer listens there.
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <atomic>
 #include <cstring>
 #include <regex>
+#include <thread>
 #include <string>
 #include <vector>
 
@@ -289,6 +291,31 @@ TEST_F(StorageTest, EmptyAndLargePicturesAndOddRequestPaths) {
 
   const std::string longUrl = origin_ + "/pss/" + std::string(1 << 20, 'k');
   EXPECT_FALSE(net_->deleteFacefromPss(longUrl));
+}
+
+TEST_F(StorageTest, ConcurrentCallsShareOneClientOneAtATime) {
+  startAll();
+  oxtest::LogCapture log;
+  std::atomic<int> stored{0};
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < 5; ++i) {
+        int error = 0;
+        std::string url;
+        if (net_->uploadFacetoPss(error, url, picture(4096, static_cast<unsigned>(t * 10 + i)), kFacePath) &&
+            net_->deleteFacefromPss(url)) {
+          ++stored;
+        }
+      }
+    });
+  }
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(stored.load(), 20);
+  size_t created = 0;
+  for (const auto& e : log.entries()) created += e.text.find("NET_LSS_CreateClient succ") != std::string::npos;
+  EXPECT_EQ(created, 1u);
+  EXPECT_EQ(requests(), 40u);
 }
 
 TEST_F(StorageTest, TheCachedClientIsDestroyedWithItsObject) {
