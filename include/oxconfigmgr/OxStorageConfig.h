@@ -39,7 +39,7 @@ class OXCFG_API CStorageConfig {
   void getStorageAkSk(std::string& accessKey, std::string& secretKey);
 
  private:
-  int32_t m_reserved;  // kept for the record layout; nothing reads it
+  [[maybe_unused]] int32_t m_reserved;  // kept for the record layout; nothing reads it
   std::string accessKey;
   std::string secretKey;
 };
