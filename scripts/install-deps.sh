@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs every Debian package the project needs to build, test, benchmark
-# and fuzz. Idempotent: when everything is present it only checks and exits.
+# and fuzz, and the npm packages of the tests' storage peer. Idempotent: when
+# everything is present it only checks and exits.
 set -euo pipefail
 
 PACKAGES=(
@@ -25,16 +26,30 @@ for p in "${PACKAGES[@]}"; do
     missing+=("$p")
   fi
 done
-
-if [ ${#missing[@]} -eq 0 ]; then
-  exit 0
+# Node.js and npm run the picture storage peer of the tests (below); a
+# machine that already has them (Node.js 20 or later) keeps its own.
+if ! command -v npm >/dev/null 2>&1; then
+  missing+=(nodejs npm)
 fi
 
-echo "install-deps: installing ${missing[*]}"
-SUDO=""
-if [ "$(id -u)" -ne 0 ]; then
-  SUDO="sudo"
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "install-deps: installing ${missing[*]}"
+  SUDO=""
+  if [ "$(id -u)" -ne 0 ]; then
+    SUDO="sudo"
+  fi
+  export DEBIAN_FRONTEND=noninteractive
+  $SUDO apt-get update -qq
+  $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
-export DEBIAN_FRONTEND=noninteractive
-$SUDO apt-get update -qq
-$SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+
+# The picture storage peer of the tests: an S3-compatible store that checks
+# request signatures, at the exact versions of the committed lock file,
+# installed into tests/peer/node_modules (ignored by git). Reinstalled only
+# when the lock file changed since the last install.
+PEER_DIR="$(cd "$(dirname "$0")/.." && pwd)/tests/peer"
+if [ ! -f "$PEER_DIR/node_modules/.package-lock.json" ] ||
+   [ "$PEER_DIR/package-lock.json" -nt "$PEER_DIR/node_modules/.package-lock.json" ]; then
+  echo "install-deps: installing the storage peer of the tests (npm ci in tests/peer)"
+  (cd "$PEER_DIR" && npm ci --no-audit --no-fund --loglevel=error)
+fi

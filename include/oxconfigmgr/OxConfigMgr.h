@@ -54,6 +54,7 @@ class CMetadataCfg;
 
 #include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
+#include <oxconfigmgr/OxStorageConfig.h>
 
 extern "C" {
 

@@ -212,6 +212,28 @@ class OXCFG_API CNetworkCfg {
   // cannot be listed.
   int getAdapterInfo(std::vector<_NIC_INFO_V4>& out);
 
+  // ---- picture storage ---------------------------------------------------------
+  // The storage service listens on the address bound to the Lumen protocol
+  // (entry 0 when none is) and the picture upload port. Both calls use one
+  // cached client with the credentials of OX_ConfigMgr_GetStorageConfig(),
+  // and run one at a time. The client is kept while calls succeed, also when
+  // the address or port changed meanwhile; any failure drops it, so the next
+  // call builds one for the current address and port.
+  //
+  // Stores `picture` (at least one byte) and sets `url` to its address,
+  // "http://<ip>:<port>/pss/<key>". The pool is "1" for the request path
+  // "/QAPI/Intelligent/FDLib/pictureUpload" (a query after "?" is ignored),
+  // otherwise "DeviceGatewayAcsModel". False with `error` set to the HTTP
+  // status of a refused request (403 for wrong credentials) or a negative
+  // code (not reachable, timed out after at most 10 s, bad argument); `url`
+  // is then unchanged.
+  bool uploadFacetoPss(int& error, std::string& url, const std::string& picture,
+                       const std::string& requestPath);
+  // Deletes the picture at `url` (an address as uploadFacetoPss returns it;
+  // a missing picture counts as deleted). An address on any other scheme,
+  // host or port is refused without sending anything. False on failure.
+  bool deleteFacefromPss(const std::string& url);
+
 
  private:
   struct SetterRow;  // one row of the setter table

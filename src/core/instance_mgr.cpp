@@ -8,6 +8,7 @@
 #include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxOpenSSLCertificate.h>
 #include <oxconfigmgr/OxPrivateCfg.h>
+#include <oxconfigmgr/OxStorageConfig.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxTimeCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
@@ -127,6 +128,10 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
       OXCFG_STEP(18, nullptr, [](M& m) { return createOnly(m.m_cfgImportAndExport); }),
       OXCFG_STEP(19, "[%s(%d)] CDeviceMgmtCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_deviceMgmtCfg, [](CDeviceMgmtCfg& o) { return o.loadFile() == 1; }); }),
+      // Fresh storage credentials at every start of the process; a failure
+      // is not logged here (the object logs its own).
+      OXCFG_STEP(20, nullptr,
+       [](M& m) { return createAndLoad(m.m_storageConfig, [](CStorageConfig& o) { return o.start(); }); }),
       OXCFG_STEP(21, "[%s(%d)] CMetadataCfg loadFile falied",
        [](M& m) { return createAndLoad(m.m_metadataCfg, [](CMetadataCfg& o) { return o.loadFile() == 1; }); }),
   };

@@ -114,13 +114,6 @@ CNetworkCfg::~CNetworkCfg() {
   OSL_Mutex_Destroy(&storageMutex);
 }
 
-// The picture-storage client layer destroys its cached client here
-// (NET_LSS_DestroyClient, logged at level 2 as
-// "[%s(%d)] NET_LSS_DestroyClient success: %d"). Until that layer exists no
-// client is ever created, so storageClient never leaves -1 and there is
-// nothing to release.
-void CNetworkCfg::releaseStorageClient() { storageClient = -1; }
-
 bool CNetworkCfg::start() {
   if (!loadFile()) return false;
   return updateLocalIP();
