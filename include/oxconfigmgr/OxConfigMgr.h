@@ -23,6 +23,8 @@
 #include <oxconfigmgr/OxBasicCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
+#include <oxconfigmgr/OxARCCfg.h>
+#include <oxconfigmgr/OxConvertCodeCfg.h>
 
 #include <memory>
 #include <string>
