@@ -19,6 +19,8 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <type_traits>
 
 namespace OxConfigMgr {
 
@@ -40,10 +42,10 @@ struct tagSGParam {
   char rr[3];               // receiver number
   char lll[4];              // line number
   char spare[11];
-  tagSGParam()
-      : portType(), outputType(), serverMode(0), sgPort(0), heartbeat(0), platformIP("127.0.0.1"),
-        receiverType(), heartbeatEnable(0), serialNumber(0), baudRate(0), dataBits(0), parityType(),
-        stopBits(), rr(), lll(), spare() {}
+  tagSGParam() {
+    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    std::memcpy(platformIP, "127.0.0.1", 10);
+  }
 };
 
 // A685 receiver on a serial line ("A685Config").
@@ -56,8 +58,7 @@ struct tagA685Param {
   char r[3];  // receiver number
   char l[4];  // line number
   char spare[11];
-  tagA685Param()
-      : serialNumber(0), baudRate(0), dataBits(0), parityType(), stopBits(), r(), l(), spare() {}
+  tagA685Param() { std::memset(static_cast<void*>(this), 0, sizeof *this); }
 };
 
 // Manitou receiver over IP ("ManitouConfig").
@@ -72,9 +73,10 @@ struct tagFEPParam {
   char eventType[33];
   char eventID[33];
   int32_t spare;
-  tagFEPParam()
-      : ip("127.0.0.1"), port(0), line(), linkMode(0), heartbeatInterval(0), testSignalInterval(0),
-        signalID(), eventType(), eventID(), spare(0) {}
+  tagFEPParam() {
+    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    std::memcpy(ip, "127.0.0.1", 10);
+  }
 };
 
 // SBN receiver over IP ("SBNConfig").
@@ -82,10 +84,15 @@ struct tagSBNParam {
   char ip[17];
   int32_t port;
   int32_t spare;
-  tagSBNParam() : ip("127.0.0.1"), port(0), spare(0) {}
+  tagSBNParam() {
+    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    std::memcpy(ip, "127.0.0.1", 10);
+  }
 };
 
-// The whole configuration, copied in and out whole.
+// The whole configuration, copied in and out whole. The constructors zero
+// every byte, padding included, before setting the defaults, so two records
+// with the same values have the same bytes.
 struct tagArcCnf {
   char type[17];   // receiver protocol name, "Protocol/Type"
   int32_t enable;  // forwarding enabled, 0 or 1
@@ -93,9 +100,15 @@ struct tagArcCnf {
   tagA685Param a685;
   tagFEPParam manitou;
   tagSBNParam sbn;
-  tagArcCnf() : type(), enable(0), sg(), a685(), manitou(), sbn() {}
+  tagArcCnf() {
+    std::memset(static_cast<void*>(this), 0, sizeof *this);
+    std::memcpy(sg.platformIP, "127.0.0.1", 10);
+    std::memcpy(manitou.ip, "127.0.0.1", 10);
+    std::memcpy(sbn.ip, "127.0.0.1", 10);
+  }
 };
 
+static_assert(std::is_trivially_copyable<tagArcCnf>::value, "tagArcCnf is copied as bytes");
 static_assert(sizeof(tagSGParam) == 144, "tagSGParam layout");
 static_assert(sizeof(tagA685Param) == 48, "tagA685Param layout");
 static_assert(sizeof(tagFEPParam) == 144, "tagFEPParam layout");

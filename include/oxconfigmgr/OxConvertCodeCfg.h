@@ -18,6 +18,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string>
 #include <vector>
@@ -44,14 +45,15 @@ struct tagConvertSGInfo {
   char sia[3];            // SIA event code (Sur-Gard table only)
   char eventDesc[65];     // description
   char eventDescCN[65];   // description in Chinese
-  tagConvertSGInfo() : enabled(0), cid(), sia(), eventDesc(), eventDescCN() {}
+  // Zeroes every byte, padding included.
+  tagConvertSGInfo() { std::memset(static_cast<void*>(this), 0, sizeof *this); }
 };
 
 // One row of a listing.
 struct tagEventCode {
   char code[33];  // the gateway event code, cut to 32 characters
   tagConvertSGInfo info;
-  tagEventCode() : code(), info() {}
+  tagEventCode() { std::memset(static_cast<void*>(this), 0, sizeof *this); }
 };
 
 // A listing request.

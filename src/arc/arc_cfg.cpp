@@ -262,12 +262,13 @@ bool CARCCfg::readFile() {
 }
 
 int CARCCfg::getARCParam(tagArcCnf& out) const {
-  out = m_cfg;
+  // As bytes, padding included, so the caller's copy equals the record.
+  std::memcpy(static_cast<void*>(&out), &m_cfg, sizeof out);
   return 0;
 }
 
 int CARCCfg::setARCParam(const tagArcCnf& in) try {
-  m_cfg = in;
+  std::memcpy(static_cast<void*>(&m_cfg), &in, sizeof m_cfg);
   // The writer reads the texts as strings: keep them within their fields.
   terminateField(m_cfg.type);
   terminateField(m_cfg.sg.portType);
