@@ -178,8 +178,11 @@ RegisterCommand g_codesList(
        if ((page - 1) * size > INT32_MAX || codes.getSGEventCodeList(list, count, total, &req) != 0) {
          return usageError("page out of range");
        }
-       std::printf("%s table: rows %d-%d of %d\n", poll ? "poll-event" : "Sur-Gard", count ? req.position + 1 : 0,
-                   req.position + count, total);
+       const char* name = poll ? "poll-event" : "Sur-Gard";
+       if (count == 0)
+         std::printf("%s table: no rows on page %ld (%d in the table)\n", name, page, total);
+       else
+         std::printf("%s table: rows %d-%d of %d\n", name, req.position + 1, req.position + count, total);
        for (const auto& row : list) {
          if (poll) {
            std::printf("  %-32s  CID %-4s  %-8s  %s\n", row.code, row.info.cid, row.info.enabled ? "enabled" : "disabled",
