@@ -157,7 +157,6 @@ class OXCFG_API CARCCfg {
   void copyBackupConfig();
 
  private:
-  bool readFile();
   tagArcCnf m_cfg;
 };
 

@@ -159,6 +159,9 @@ const char* outputTypeCode(const char* name) {
   return nullptr;
 }
 
+// Reads "ARCConfig.xml" into `cfg` (loading, after the carry-over).
+bool readArcFile(tagArcCnf& cfg);
+
 }  // namespace
 
 CARCCfg::CARCCfg() : m_cfg() {}
@@ -170,12 +173,14 @@ bool CARCCfg::loadFile() try {
   // Held from the read on: a rejected Sur-Gard port is written back into
   // the document just read.
   ConfigFileTxn txn(getARCConfigFilePath());
-  return readFile();
+  return readArcFile(m_cfg);
 } catch (...) {
   return false;
 }
 
-bool CARCCfg::readFile() {
+namespace {
+
+bool readArcFile(tagArcCnf& cfg) {
   const std::string path = getARCConfigFilePath();
   CXmlBase xml;
   if (xml.LoadFile(path) != 1) {
@@ -188,15 +193,15 @@ bool CARCCfg::readFile() {
   {
     Block protocol(root, "Protocol");
     if (protocol.present()) {
-      readSwitch(protocol, "Enable", m_cfg.enable, 0);
-      readText(protocol, "Type", m_cfg.type, "Sur-Gard");
+      readSwitch(protocol, "Enable", cfg.enable, 0);
+      readText(protocol, "Type", cfg.type, "Sur-Gard");
     }
   }
 
   {
     Block b(root, "SGConfig");
     if (b.present()) {
-      tagSGParam& sg = m_cfg.sg;
+      tagSGParam& sg = cfg.sg;
       readText(b, "PortType", sg.portType, "TCP/IP");
       readSwitch(b, "ServerMode", sg.serverMode, 1);
       readText(b, "PlatformIP", sg.platformIP, nullptr);
@@ -232,15 +237,15 @@ bool CARCCfg::readFile() {
   {
     Block b(root, "A685Config");
     if (!b.present()) return false;
-    if (!readSerialPort(b, m_cfg.a685)) return false;
-    readText(b, "R", m_cfg.a685.r, "1");
-    readText(b, "L", m_cfg.a685.l, "1");
+    if (!readSerialPort(b, cfg.a685)) return false;
+    readText(b, "R", cfg.a685.r, "1");
+    readText(b, "L", cfg.a685.l, "1");
   }
 
   {
     Block b(root, "ManitouConfig");
     if (!b.present()) return false;
-    tagFEPParam& m = m_cfg.manitou;
+    tagFEPParam& m = cfg.manitou;
     readText(b, "IP", m.ip, nullptr);
     readNumber(b, "Port", m.port);
     readText(b, "Line", m.line, "1");
@@ -255,11 +260,13 @@ bool CARCCfg::readFile() {
   {
     Block b(root, "SBNConfig");
     if (!b.present()) return false;
-    readText(b, "IP", m_cfg.sbn.ip, nullptr);
-    readNumber(b, "Port", m_cfg.sbn.port);
+    readText(b, "IP", cfg.sbn.ip, nullptr);
+    readNumber(b, "Port", cfg.sbn.port);
   }
   return true;
 }
+
+}  // namespace
 
 int CARCCfg::getARCParam(tagArcCnf& out) const {
   // As bytes, padding included, so the caller's copy equals the record.
