@@ -385,7 +385,7 @@ void parseNewARCConfig(CXmlBase& newDoc, CXmlBase& backupDoc) {
   int32_t value = 0;
   if (xmlWalk(backupDoc, {"Config", "SGConfig", "Enable"})) value = OSL_Atoi32(backupDoc.GetData());
   if (value != 0 && xmlWalk(newDoc, {"Config", "Protocol", "Enable"})) {
-    newDoc.SetData(std::to_string(value).c_str());
+    newDoc.ModifyData("Enable", std::to_string(value).c_str());
   }
   newDoc.SetRoot();
   backupDoc.SetRoot();

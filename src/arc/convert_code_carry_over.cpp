@@ -87,7 +87,7 @@ void mergeRow(CXmlBase& dst, const BackupRows::Row& row) {
     }
     for (const auto& child : row.children) {
       if (child.first == name) {
-        dst.SetData(child.second.c_str());
+        dst.ModifyData(name.c_str(), child.second.c_str());
         break;
       }
     }
@@ -134,7 +134,7 @@ std::unique_ptr<BackupRows> mergeLevel(CXmlBase& dst, CXmlBase& src, int depth) 
         all.appendUnused(dst);
       }
     } else {
-      dst.SetData(src.GetData());
+      dst.ModifyData(name.c_str(), src.GetData());
     }
   } while (dst.NextSibElem());
   return codes;

@@ -82,7 +82,7 @@ class ArcCfgTest : public oxtest::WorkDirTest {
   // The document the next save() writes, edited in place.
   void set(Walk where, const std::string& text) {
     ASSERT_TRUE(xmlWalk(doc_, where));
-    ASSERT_TRUE(doc_.SetData(text.c_str()));
+    ASSERT_EQ(doc_.ModifyData(*(where.end() - 1), text.c_str()), 1);
   }
   void remove(Walk where) {
     ASSERT_TRUE(xmlWalk(doc_, where));

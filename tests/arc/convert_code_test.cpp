@@ -386,7 +386,7 @@ class ConvertCodeCarryOverTest : public ConvertCodeTest {
     CXmlBase old;
     ASSERT_EQ(old.LoadFile(path("Config.xml")), 1);
     ASSERT_TRUE(xmlWalk(old, {"Config", "BasicInfo", "SoftwareVersion"}));
-    ASSERT_TRUE(old.SetData(version));
+    ASSERT_EQ(old.ModifyData("SoftwareVersion", version), 1);
     ASSERT_EQ(old.WriteToFile(path("Config_Backup.xml")), 1);
     CSingleton<CInstanceMgr>::Instance()->copyBackupConfig();
     ASSERT_EQ(OX_ConfigMgr_GetBackupVersion(), version);
