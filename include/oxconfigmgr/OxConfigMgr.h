@@ -26,6 +26,8 @@
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxCfgImportAndExport.h>
 #include <oxconfigmgr/OxTimeCfg.h>
+#include <oxconfigmgr/OxARCCfg.h>
+#include <oxconfigmgr/OxConvertCodeCfg.h>
 
 #include <memory>
 #include <string>
