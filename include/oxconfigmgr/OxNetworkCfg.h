@@ -214,6 +214,8 @@ class OXCFG_API CNetworkCfg {
 
 
  private:
+  struct Field;      // where a value lives in the section (loader and setters)
+  struct Loader;     // the steps of loadFile
   struct SetterRow;  // one row of the setter table
   uint32_t runSetter(const SetterRow& row, uint32_t first, uint32_t second);
   void releaseStorageClient();
