@@ -215,31 +215,27 @@ int CNetworkCfg::getIPv4List(std::vector<_NIC_INFO_V4>& out) {
   return 0;
 }
 
-std::string CNetworkCfg::getGatewayInterIP() const {
+namespace {
+
+// One text field of entry 0, read under the table's lock.
+template <size_t N>
+std::string entryZeroText(const _NIC_INFO_V4* table, char (_NIC_INFO_V4::*field)[N]) {
   try {
     std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].ipv4);
+    return fieldText(table[0].*field);
   } catch (...) {
     return std::string();
   }
 }
 
-std::string CNetworkCfg::getGatewayOuterIP() const {
-  try {
-    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].externalIP);
-  } catch (...) {
-    return std::string();
-  }
-}
+}  // namespace
+
+std::string CNetworkCfg::getGatewayInterIP() const { return entryZeroText(addrList, &_NIC_INFO_V4::ipv4); }
+
+std::string CNetworkCfg::getGatewayOuterIP() const { return entryZeroText(addrList, &_NIC_INFO_V4::externalIP); }
 
 std::string CNetworkCfg::getDeviceOuterAddr() const {
-  try {
-    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].deviceExternal);
-  } catch (...) {
-    return std::string();
-  }
+  return entryZeroText(addrList, &_NIC_INFO_V4::deviceExternal);
 }
 
 int CNetworkCfg::setProtocolBindIPv4(DeviceProtocol protocol, std::string ip) {

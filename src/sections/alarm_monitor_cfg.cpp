@@ -23,6 +23,18 @@ void copyToken(tagAlarmMonitorCnf& cfg, const char* token) {
   OSL_Strncpy(cfg.token, token, sizeof cfg.token);
 }
 
+// The end of both setters: the record takes `cfg` first and keeps it even
+// when the file cannot be written. 0, or 9 (logged).
+int storeAndWrite(CAlarmMonitorCfg& self, sections::SeqRecord<tagAlarmMonitorCnf>& record,
+                  const tagAlarmMonitorCnf& cfg, const char* function) {
+  record.store(cfg);
+  if (self.updateFile() != 1) {
+    xlog_format(5, "OXW", "[%s(%d)] set Config.xml file failed", function, __LINE__);
+    return kWriteFailed;
+  }
+  return 0;
+}
+
 }  // namespace
 
 // Setters hold the file's transaction while they change the record, so the
@@ -73,12 +85,7 @@ int CAlarmMonitorCfg::setAlarmMonitorCfg(const tagAlarmMonitorCnf& in) try {
   tagAlarmMonitorCnf cfg;
   cfg.enable = in.enable;
   copyToken(cfg, std::string(in.token, strnlen(in.token, sizeof in.token - 1)).c_str());
-  m_state->cfg.store(cfg);
-  if (updateFile() != 1) {
-    OXLOG(5, "[%s(%d)] set Config.xml file failed");
-    return kWriteFailed;
-  }
-  return 0;
+  return storeAndWrite(*this, m_state->cfg, cfg, "setAlarmMonitorCfg");
 } catch (...) {
   return kWriteFailed;
 }
@@ -88,12 +95,7 @@ int CAlarmMonitorCfg::refreshAlarmMonitorCfg() try {
   const std::string token = CSingleton<CTokenMgr>::Instance()->updateToken();
   tagAlarmMonitorCnf cfg = m_state->cfg.load();
   copyToken(cfg, token.c_str());
-  m_state->cfg.store(cfg);
-  if (updateFile() != 1) {
-    OXLOG(5, "[%s(%d)] set Config.xml file failed");
-    return kWriteFailed;
-  }
-  return 0;
+  return storeAndWrite(*this, m_state->cfg, cfg, "refreshAlarmMonitorCfg");
 } catch (...) {
   return kWriteFailed;
 }
