@@ -281,7 +281,12 @@ TEST_F(GettersSettersTest, NetworkPortsSwitchesAndAddresses) {
       &C::setExtLumenV5PlayBackPort, &C::setExtLumenV5TwowayAudioPort, &C::setWISP5AlarmPort,
       &C::setExtWISP5AlarmPort,
   };
-  race([&] { readEveryNetworkGetter(*net); },
+  auto nat = OX_ConfigMgr_GetNATGateway();  // read-only: its getters run beside the network's setters
+  race(
+      [&] {
+        readEveryNetworkGetter(*net);
+        EXPECT_LE(nat->getMinHTTPPort() + nat->getMinRtspPort(), nat->getMaxHTTPPort() + nat->getMaxRtspPort());
+      },
        {[&] {
           for (int i = 0; i < 2; ++i) {
             const unsigned short port = static_cast<unsigned short>(7000 + i);
