@@ -42,7 +42,8 @@ test-asan: deps
 test-tsan: deps
 	@cmake -S . -B $(BUILD_TSAN) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DOXCFG_SANITIZE=thread -DOXCFG_BUILD_BENCH=OFF >/dev/null
 	@cmake --build $(BUILD_TSAN) -j $(JOBS)
-	@cd $(BUILD_TSAN) && TSAN_OPTIONS=halt_on_error=1 ctest --output-on-failure -j $(JOBS)
+	@# second_deadlock_stack=1: a lock-order report shows where each lock was taken.
+	@cd $(BUILD_TSAN) && TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1 ctest --output-on-failure -j $(JOBS)
 
 bench: deps
 	@cmake -S . -B $(BUILD_BENCH) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=Release -DOXCFG_BUILD_TESTS=OFF >/dev/null

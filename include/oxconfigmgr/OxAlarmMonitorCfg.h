@@ -6,6 +6,7 @@
 #include <oxconfigmgr/OxExport.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace OxConfigMgr {
@@ -25,11 +26,16 @@ struct tagAlarmMonitorCnf {
 // refreshAlarmMonitorCfg. A token stored with setAlarmMonitorCfg reaches the
 // file and the record but is checked against only after the next start.
 //
-// The record is read and written without a lock of its own; changes are
-// serialised with every other change of "Config.xml".
+// Thread-safety: every method may run on any thread. Getters are lock-free
+// and see the whole record as one setter left it, never a mix of two; the
+// setters are serialised with each other and with every other change of
+// "Config.xml".
 class OXCFG_API CAlarmMonitorCfg {
  public:
   CAlarmMonitorCfg();
+  ~CAlarmMonitorCfg();
+  CAlarmMonitorCfg(const CAlarmMonitorCfg&) = delete;
+  CAlarmMonitorCfg& operator=(const CAlarmMonitorCfg&) = delete;
 
   // Reads the section; an empty "token" is replaced by a new one and
   // written back. 1, or 0 when the file cannot be read, an element is
@@ -53,7 +59,8 @@ class OXCFG_API CAlarmMonitorCfg {
   int updateFile();
 
  private:
-  tagAlarmMonitorCnf m_cfg;
+  struct State;
+  std::unique_ptr<State> m_state;
 };
 
 }  // namespace OxConfigMgr

@@ -5,7 +5,9 @@
 
 #include <oxconfigmgr/OxExport.h>
 
+#include <atomic>
 #include <cstdint>
+#include <memory>
 #include <string>
 
 namespace OxConfigMgr {
@@ -14,13 +16,18 @@ namespace OxConfigMgr {
 // "SoftwareVersion" and "WebSessionID", all required.
 //
 // Loaded once by the start of the library; afterwards only the product name
-// changes. Getters return pointers into the object (valid for its lifetime)
-// and take no lock: a getter racing setProductName may see a name being
-// rewritten.
+// changes. Getters are lock-free and thread-safe; they return pointers into
+// the object, valid for its lifetime and never rewritten: setProductName
+// publishes a new text instead of changing the old one, so a caller holding
+// the previous name keeps reading it whole. Every distinct name set is kept
+// until the object goes (33 bytes each).
 class OXCFG_API CBasicCfg {
  public:
   // All fields empty.
   CBasicCfg();
+  ~CBasicCfg();
+  CBasicCfg(const CBasicCfg&) = delete;
+  CBasicCfg& operator=(const CBasicCfg&) = delete;
 
   // Reads the section and the operating system name. An empty
   // "WebSessionID" is replaced by ten hexadecimal characters made from a new
@@ -52,9 +59,12 @@ class OXCFG_API CBasicCfg {
   int setProductName(const char* name);
 
  private:
+  struct NameVersions;  // every product name published, never rewritten
+
   uint8_t m_productForm;
   char m_operatingSystem[128 + 1];  // 128 characters and a terminator
-  char m_productName[33];
+  std::unique_ptr<NameVersions> m_names;
+  std::atomic<const char*> m_productName;  // into m_names
   char m_productModel[33];
   char m_serialNo[49];
   char m_version[33];

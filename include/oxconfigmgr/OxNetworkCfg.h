@@ -182,7 +182,8 @@ class OXCFG_API CNetworkCfg {
   // known addresses over, hands those of vanished addresses to entry 0, and
   // binds every protocol to entry 0 the first time. False when the adapters
   // cannot be listed or carry no usable address (the table is kept). Of
-  // concurrent calls one refreshes and the others return true at once.
+  // concurrent calls one refreshes and the others return true at once. A
+  // binding or outside address set while a refresh runs is kept by it.
   bool updateLocalIP();
   // 1 for a value that is not a single protocol (out untouched); else
   // refreshes and copies the first entry bound to `protocol`, or entry 0
@@ -236,6 +237,8 @@ class OXCFG_API CNetworkCfg {
 
 
  private:
+  struct Field;      // where a value lives in the section (loader and setters)
+  struct Loader;     // the steps of loadFile
   struct SetterRow;  // one row of the setter table
   uint32_t runSetter(const SetterRow& row, uint32_t first, uint32_t second);
   void releaseStorageClient();

@@ -16,6 +16,7 @@
 #include <oxconfigmgr/OxExport.h>
 
 #include <atomic>
+#include <memory>
 #include <string>
 
 namespace OxConfigMgr {
@@ -110,12 +111,16 @@ struct tagHttpHostInfo {
 class OXCFG_API CHttpHostCfg {
  public:
   CHttpHostCfg();
+  ~CHttpHostCfg();
+  CHttpHostCfg(const CHttpHostCfg&) = delete;
+  CHttpHostCfg& operator=(const CHttpHostCfg&) = delete;
   // 1, or 0 when "Config.xml" cannot be read or the section is missing.
   // Missing children keep their defaults; an over-long "IP" or "url" is cut
   // to 15 or 2048 characters; a non-numeric "Port" reads as 0.
   int loadFile();
-  // Copies the record into `out`; returns 0. Not synchronised with a
-  // concurrent setHttpHostInfo.
+  // Copies the record into `out`; returns 0. Lock-free and thread-safe: a
+  // getter that overlaps setHttpHostInfo sees the whole old or the whole new
+  // record, never a mix.
   int getHttpHostInfo(tagHttpHostInfo& out) const;
   // Returns 1 without touching anything for an empty or over-long (16 or
   // more characters) IP, an empty or over-long (2049 or more characters)
@@ -125,7 +130,8 @@ class OXCFG_API CHttpHostCfg {
   int setHttpHostInfo(const tagHttpHostInfo& in);
 
  private:
-  tagHttpHostInfo m_info;
+  struct State;
+  std::unique_ptr<State> m_state;
 };
 
 // "Config"/"DeviceMgmt"/"Checked" of "Config.xml": "V" for encoding devices,
@@ -141,7 +147,8 @@ class OXCFG_API CDeviceMgmtCfg {
   // "encodingDev" or "AccessControl" ("" before loadFile); returns 0.
   int getChecked(std::string& out) const;
   // Accepts "encodingDev" and "AccessControl" (others: 1). Codes as above.
-  // Calls are serialised with each other.
+  // Calls are serialised with each other and with loadFile (one lock order:
+  // this class's mutex, then the file).
   int updateChecked(const std::string& kind);
 
  private:

@@ -54,100 +54,121 @@ struct AdapterList {
   }
 };
 
+
+// True when the interval since the last refresh has passed; then this
+// caller owns the refresh (of several lazy refreshes that start at once,
+// one runs).
+bool claimRefresh() {
+  const OSL_Time now = OSL_TimeNow();
+  OSL_Time last = g_lastAdapterRefresh.load();
+  if (now - last < kRefreshInterval) return false;
+  return g_lastAdapterRefresh.compare_exchange_strong(last, now);
+}
+
+// A table of the machine's usable addresses, in text order, byte by byte
+// ("192.168.1.10" before "192.168.1.9"). Loopback 127.0.0.1, 0.0.0.0 and
+// unparsable texts are left out; the first adapter that carries an address
+// names it. False when the adapters cannot be listed (logged).
+bool scanAdapters(_NIC_INFO_V4 (&fresh)[kMaxEntries], size_t& count) {
+  AdapterList adapters;
+  if (OSL_GetAdapterInfo(&adapters.head) != 0) {
+    OXLOG(5, "[%s(%d)] [errCode=%d]OSL_GetAdapterInfo failed.", OSL_GetSystemLastError());
+    return false;
+  }
+  count = 0;
+  for (OSL_ADAPTER_INFO* a = adapters.head; a && count < kMaxEntries; a = a->next) {
+    for (OSL_IPV4_ADDR* ip = a->ipList; ip && count < kMaxEntries; ip = ip->next) {
+      const std::string text = fieldText(ip->addr);
+      unsigned int parsed = 0;
+      if (text == "127.0.0.1" || text == "0.0.0.0" || OX_BASE_ParseIp4(text.c_str(), &parsed) != 0) {
+        continue;
+      }
+      bool taken = false;
+      for (size_t i = 0; i < count && !taken; ++i) taken = fieldEquals(fresh[i].ipv4, text);
+      if (taken) continue;
+      _NIC_INFO_V4& entry = fresh[count];
+      setField(entry.ipv4, text.c_str());
+      const std::string name = fieldText(a->name);
+      setField(entry.description, name.c_str());
+      OXLOG(3, "[%s(%d)] [No.=%d,IPv4=%s, desc=%s]GetLocalIP.", static_cast<int>(count), text.c_str(),
+            name.c_str());
+      ++count;
+    }
+  }
+  std::sort(fresh, fresh + count, [](const _NIC_INFO_V4& x, const _NIC_INFO_V4& y) {
+    return std::memcmp(x.ipv4, y.ipv4, sizeof x.ipv4) < 0;
+  });
+  return true;
+}
+
+// Carries the outside addresses and protocols of the `oldCount` entries of
+// `old` into the new table: they stay with their address, and those of an
+// address that has gone move to entry 0 (where its own outside addresses
+// are still empty). Marks in `kept` the new entries that took over an old
+// one. True when the table changed beyond what the adapters say (an
+// address went, or the count differs). Pure memory work: runs under the
+// table's lock.
+bool mergeOldTable(const _NIC_INFO_V4* old, size_t oldCount, _NIC_INFO_V4* fresh, size_t count,
+                   bool (&kept)[kMaxEntries]) {
+  bool changed = count != oldCount;
+  for (size_t i = 0; i < oldCount; ++i) {
+    const _NIC_INFO_V4& o = old[i];
+    if (o.protocolMask == 0 && emptyField(o.externalIP) && emptyField(o.deviceExternal)) continue;
+    size_t same = count;
+    for (size_t j = 0; j < count && same == count; ++j) {
+      if (std::memcmp(fresh[j].ipv4, o.ipv4, sizeof o.ipv4) == 0) same = j;
+    }
+    if (same < count) {
+      _NIC_INFO_V4& e = fresh[same];
+      std::memcpy(e.externalIP, o.externalIP, sizeof o.externalIP);
+      std::memcpy(e.deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
+      e.protocolMask |= o.protocolMask;
+      kept[same] = true;
+    } else {
+      if (emptyField(fresh[0].externalIP)) std::memcpy(fresh[0].externalIP, o.externalIP, sizeof o.externalIP);
+      if (emptyField(fresh[0].deviceExternal)) {
+        std::memcpy(fresh[0].deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
+      }
+      fresh[0].protocolMask |= o.protocolMask;
+      changed = true;
+    }
+  }
+  return changed;
+}
+
 }  // namespace
 
 namespace netinternal {
 void resetAdapterRefreshForTest() { g_lastAdapterRefresh.store(0); }
 }  // namespace netinternal
 
+// Memory first, then the file. The merge of the old table and the swap run
+// under one hold of the table's lock, so a binding or outside address set
+// while the adapters were being listed is merged, never overwritten.
 bool CNetworkCfg::updateLocalIP() {
   try {
-    const OSL_Time now = OSL_TimeNow();
-    OSL_Time last = g_lastAdapterRefresh.load();
-    if (now - last < kRefreshInterval) return true;
-    // Of several lazy refreshes that start at once, one runs.
-    if (!g_lastAdapterRefresh.compare_exchange_strong(last, now)) return true;
-
-    AdapterList adapters;
-    if (OSL_GetAdapterInfo(&adapters.head) != 0) {
-      OXLOG(5, "[%s(%d)] [errCode=%d]OSL_GetAdapterInfo failed.", OSL_GetSystemLastError());
-      return false;
-    }
-
-    // The first adapter that carries an address names it.
+    if (!claimRefresh()) return true;
     _NIC_INFO_V4 fresh[kMaxEntries] = {};
     size_t count = 0;
-    for (OSL_ADAPTER_INFO* a = adapters.head; a && count < kMaxEntries; a = a->next) {
-      for (OSL_IPV4_ADDR* ip = a->ipList; ip && count < kMaxEntries; ip = ip->next) {
-        const std::string text = fieldText(ip->addr);
-        unsigned int parsed = 0;
-        if (text == "127.0.0.1" || text == "0.0.0.0" || OX_BASE_ParseIp4(text.c_str(), &parsed) != 0) {
-          continue;
-        }
-        bool taken = false;
-        for (size_t i = 0; i < count && !taken; ++i) taken = fieldEquals(fresh[i].ipv4, text);
-        if (taken) continue;
-        _NIC_INFO_V4& entry = fresh[count];
-        setField(entry.ipv4, text.c_str());
-        const std::string name = fieldText(a->name);
-        setField(entry.description, name.c_str());
-        OXLOG(3, "[%s(%d)] [No.=%d,IPv4=%s, desc=%s]GetLocalIP.", static_cast<int>(count), text.c_str(),
-              name.c_str());
-        ++count;
-      }
-    }
-    adapters.release();
-    // Text order, byte by byte: "192.168.1.10" comes before "192.168.1.9".
-    std::sort(fresh, fresh + count, [](const _NIC_INFO_V4& x, const _NIC_INFO_V4& y) {
-      return std::memcmp(x.ipv4, y.ipv4, sizeof x.ipv4) < 0;
-    });
-
+    if (!scanAdapters(fresh, count)) return false;
     if (count == 0) {
       OXLOG(5, "[%s(%d)] [num=%d]GetLocalIP failed.", 0);
       return false;
     }
 
-    _NIC_INFO_V4 old[kMaxEntries];
-    size_t oldCount;
-    {
-      std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-      std::memcpy(old, addrList, sizeof old);
-      oldCount = std::min<size_t>(addrCount, kMaxEntries);
-    }
-
-    // Outside addresses and protocols stay with their address; those of an
-    // address that has gone move to entry 0.
-    bool changed = count != oldCount;
-    for (size_t i = 0; i < oldCount; ++i) {
-      const _NIC_INFO_V4& o = old[i];
-      if (o.protocolMask == 0 && emptyField(o.externalIP) && emptyField(o.deviceExternal)) continue;
-      _NIC_INFO_V4* same = nullptr;
-      for (size_t j = 0; j < count && !same; ++j) {
-        if (std::memcmp(fresh[j].ipv4, o.ipv4, sizeof o.ipv4) == 0) same = &fresh[j];
-      }
-      if (same) {
-        std::memcpy(same->externalIP, o.externalIP, sizeof o.externalIP);
-        std::memcpy(same->deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
-        same->protocolMask |= o.protocolMask;
-        OXLOG(2, "[%s(%d)] [IP=%s,ExternalIP=%s,DeviceExternal=%s,Protocol=%d]update Ip by AdapterInfo.",
-              fieldText(same->ipv4).c_str(), fieldText(same->externalIP).c_str(),
-              fieldText(same->deviceExternal).c_str(), static_cast<int>(same->protocolMask));
-      } else {
-        if (emptyField(fresh[0].externalIP)) {
-          std::memcpy(fresh[0].externalIP, o.externalIP, sizeof o.externalIP);
-        }
-        if (emptyField(fresh[0].deviceExternal)) {
-          std::memcpy(fresh[0].deviceExternal, o.deviceExternal, sizeof o.deviceExternal);
-        }
-        fresh[0].protocolMask |= o.protocolMask;
-        changed = true;
-      }
-    }
-
+    bool kept[kMaxEntries] = {};
+    bool changed;
     {
       std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
+      changed = mergeOldTable(addrList, std::min<size_t>(addrCount, kMaxEntries), fresh, count, kept);
       std::memcpy(addrList, fresh, sizeof fresh);
       addrCount = static_cast<uint8_t>(count);
+    }
+    for (size_t i = 0; i < count; ++i) {
+      if (!kept[i]) continue;
+      OXLOG(2, "[%s(%d)] [IP=%s,ExternalIP=%s,DeviceExternal=%s,Protocol=%d]update Ip by AdapterInfo.",
+            fieldText(fresh[i].ipv4).c_str(), fieldText(fresh[i].externalIP).c_str(),
+            fieldText(fresh[i].deviceExternal).c_str(), static_cast<int>(fresh[i].protocolMask));
     }
 
     if (loadRelaxed(addrListReady) == 0) {
@@ -194,31 +215,27 @@ int CNetworkCfg::getIPv4List(std::vector<_NIC_INFO_V4>& out) {
   return 0;
 }
 
-std::string CNetworkCfg::getGatewayInterIP() const {
+namespace {
+
+// One text field of entry 0, read under the table's lock.
+template <size_t N>
+std::string entryZeroText(const _NIC_INFO_V4* table, char (_NIC_INFO_V4::*field)[N]) {
   try {
     std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].ipv4);
+    return fieldText(table[0].*field);
   } catch (...) {
     return std::string();
   }
 }
 
-std::string CNetworkCfg::getGatewayOuterIP() const {
-  try {
-    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].externalIP);
-  } catch (...) {
-    return std::string();
-  }
-}
+}  // namespace
+
+std::string CNetworkCfg::getGatewayInterIP() const { return entryZeroText(addrList, &_NIC_INFO_V4::ipv4); }
+
+std::string CNetworkCfg::getGatewayOuterIP() const { return entryZeroText(addrList, &_NIC_INFO_V4::externalIP); }
 
 std::string CNetworkCfg::getDeviceOuterAddr() const {
-  try {
-    std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
-    return fieldText(addrList[0].deviceExternal);
-  } catch (...) {
-    return std::string();
-  }
+  return entryZeroText(addrList, &_NIC_INFO_V4::deviceExternal);
 }
 
 int CNetworkCfg::setProtocolBindIPv4(DeviceProtocol protocol, std::string ip) {

@@ -6,6 +6,7 @@
 
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
+#include "network/network_fields.h"
 #include "network/network_internal.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
@@ -23,17 +24,6 @@ constexpr size_t kMaxAddrEntries = 16;
 // Enters the element `name` of the current level; false when it is missing
 // or has no child elements (the level is then unchanged).
 bool enter(CXmlBase& xml, const char* name) { return xml.FindElem(name) && xml.IntoElem(); }
-
-// Numbers are decimal text without range check, kept in 16 bits.
-void readPort(CXmlBase& xml, const char* name, uint16_t& port) {
-  if (xml.FindElem(name)) {
-    port = static_cast<uint16_t>(static_cast<uint32_t>(OSL_Atoi32(xml.GetData())));
-  }
-}
-
-void readInt(CXmlBase& xml, const char* name, int32_t& value) {
-  if (xml.FindElem(name)) value = OSL_Atoi32(xml.GetData());
-}
 
 // Reads one "Addr" element (current) into `entry`, ORing its protocol bits.
 void readAddr(CXmlBase& xml, _NIC_INFO_V4& entry, int32_t& addrListReady) {
@@ -119,152 +109,114 @@ bool CNetworkCfg::start() {
   return updateLocalIP();
 }
 
+// The steps of loadFile, each on the cursor inside "Config"/"Network" and
+// leaving it there.
+struct CNetworkCfg::Loader {
+  // "AddrList": every "Addr" child once, in document order, whatever else
+  // the list holds, at most 16; the count is the number of entries read.
+  static void readAddrList(CNetworkCfg& cfg, CXmlBase& xml) {
+    if (!xml.FindElem("AddrList")) return;
+    size_t count = 0;
+    if (xml.IntoElem()) {
+      for (bool more = xml.FindElem("Addr"); more; more = xml.FindNextElem("Addr")) {
+        if (count == kMaxAddrEntries) {
+          OXLOG(4, "[%s(%d)] AddrList holds more than %d entries, the rest are ignored.",
+                static_cast<int>(kMaxAddrEntries));
+          break;
+        }
+        _NIC_INFO_V4& entry = cfg.addrList[count];
+        readAddr(xml, entry, cfg.addrListReady);
+        OXLOG(2, "[%s(%d)] [IP=%s,ExternalIP=%s,DeviceExternal=%s,Protocol=%d]read from Config.xml",
+              fieldText(entry.ipv4).c_str(), fieldText(entry.externalIP).c_str(),
+              fieldText(entry.deviceExternal).c_str(), static_cast<int>(entry.protocolMask));
+        ++count;
+      }
+      xml.OutOfElem();
+    }
+    cfg.addrCount = static_cast<uint8_t>(count);
+  }
+
+  // Every port and number of the field table that is present; absent ones
+  // keep their value. The switches and the alarm port type have rules of
+  // their own (readPortMapping).
+  static void readNumbers(CNetworkCfg& cfg, CXmlBase& xml) {
+    for (int id = 0; id < Field::kCount; ++id) {
+      const Field& f = Field::get(static_cast<Field::Id>(id));
+      if (f.kind != Field::kPort && f.kind != Field::kInt) continue;
+      int depth = 0;
+      bool inside = true;
+      for (const char* const* p = f.path; inside && p < f.path + 2 && *p; ++p) {
+        inside = enter(xml, *p);
+        if (inside) ++depth;
+      }
+      if (inside && xml.FindElem(f.leaf)) {
+        const int32_t n = OSL_Atoi32(xml.GetData());
+        if (f.kind == Field::kPort) {
+          cfg.*f.port = static_cast<uint16_t>(static_cast<uint32_t>(n));
+        } else {
+          cfg.*f.value = n;
+        }
+      }
+      while (depth-- > 0) xml.OutOfElem();
+    }
+  }
+
+  // "PortMapping": the two switches (from the legacy "enable" of older
+  // files, which leaves the document here, or from the current elements),
+  // and the alarm port type. Runs after readNumbers: the legacy rule looks
+  // at the external web ports.
+  static void readPortMapping(CNetworkCfg& cfg, CXmlBase& xml) {
+    const Field& device = Field::get(Field::kDeviceEnable);
+    const Field& platform = Field::get(Field::kPlatformEnable);
+    if (!enter(xml, device.path[0])) return;
+    if (xml.FindElem("enable")) {
+      if (std::strcmp(xml.GetData(), "true") == 0) {
+        cfg.devicePortMapping = 1;
+        if (cfg.extHttpPort != 0 || cfg.extHttpsPort != 0 || cfg.extRtspPort != 0) cfg.platformPortMapping = 1;
+      }
+      do {
+        xml.RemoveNode();
+      } while (xml.FindElem("enable"));
+      if (xml.FindElem(device.leaf)) xml.ModifyData(device.leaf, device.text(cfg.devicePortMapping).c_str());
+      if (xml.FindElem(platform.leaf)) {
+        xml.ModifyData(platform.leaf, platform.text(cfg.platformPortMapping).c_str());
+      }
+    } else {
+      if (xml.FindElem(device.leaf) && std::strcmp(xml.GetData(), "true") == 0) cfg.devicePortMapping = 1;
+      if (xml.FindElem(platform.leaf) && std::strcmp(xml.GetData(), "true") == 0) cfg.platformPortMapping = 1;
+    }
+    // Whatever the element holds, loading yields the video-alarm port: the
+    // access-control type exists in memory only after setWISP5AlarmPortType.
+    if (xml.FindElem(Field::get(Field::kAlarmPortType).leaf)) cfg.wisp5AlarmPortType = WISP5_ALARM_PORT_VIDEO;
+    xml.OutOfElem();
+  }
+
+  // Without "HeartbeatParam" a device is kept alive with 30 seconds and 3
+  // misses; a present but empty one gives 0 and 0.
+  static void defaultHeartbeat(CNetworkCfg& cfg, CXmlBase& xml) {
+    if (xml.FindElem(Field::get(Field::kKeepAliveSeconds).path[0])) return;
+    cfg.keepAliveSeconds = 30;
+    cfg.keepAliveCount = 3;
+  }
+};
+
+// The document is always written back, also when nothing changed: this is
+// how the legacy "PortMapping/enable" leaves the file.
 bool CNetworkCfg::loadFile() {
   try {
     ConfigFileTxn txn(getConfigFilePath());
     CXmlBase xml;
     if (readConfigFile(xml) != 1) return false;
-
     if (enter(xml, "Config")) {
       if (enter(xml, "Network")) {
-        if (xml.FindElem("AddrList")) {
-          // Every "Addr" child once, in document order, whatever else the
-          // list holds; the count is the number of entries read.
-          size_t count = 0;
-          if (xml.IntoElem()) {
-            for (bool more = xml.FindElem("Addr"); more; more = xml.FindNextElem("Addr")) {
-              if (count == kMaxAddrEntries) {
-                OXLOG(4, "[%s(%d)] AddrList holds more than %d entries, the rest are ignored.",
-                      static_cast<int>(kMaxAddrEntries));
-                break;
-              }
-              _NIC_INFO_V4& entry = addrList[count];
-              readAddr(xml, entry, addrListReady);
-              OXLOG(2, "[%s(%d)] [IP=%s,ExternalIP=%s,DeviceExternal=%s,Protocol=%d]read from Config.xml",
-                    fieldText(entry.ipv4).c_str(), fieldText(entry.externalIP).c_str(),
-                    fieldText(entry.deviceExternal).c_str(), static_cast<int>(entry.protocolMask));
-              ++count;
-            }
-            xml.OutOfElem();
-          }
-          addrCount = static_cast<uint8_t>(count);
-        }
-
-        if (enter(xml, "HTTP")) {
-          readPort(xml, "Port", httpPort);
-          readPort(xml, "ExternalPort", extHttpPort);
-          xml.OutOfElem();
-        }
-        if (enter(xml, "HTTPS")) {
-          readPort(xml, "Port", httpsPort);
-          readInt(xml, "Enable", httpsEnable);
-          readPort(xml, "ExternalPort", extHttpsPort);
-          xml.OutOfElem();
-        }
-        if (enter(xml, "RTSP")) {
-          readPort(xml, "Port", rtspPort);
-          readPort(xml, "ExternalPort", extRtspPort);
-          xml.OutOfElem();
-        }
-        if (enter(xml, "PSS")) {
-          if (enter(xml, "Upload")) {
-            readPort(xml, "Port", pssUploadPort);
-            readPort(xml, "ExternalPort", extPssUploadPort);
-            xml.OutOfElem();
-          }
-          if (enter(xml, "Download")) {
-            readPort(xml, "Port", pssDownloadPort);
-            readPort(xml, "ExternalPort", extPssDownloadPort);
-            xml.OutOfElem();
-          }
-          xml.OutOfElem();
-        }
-
-        if (enter(xml, "PortMapping")) {
-          if (xml.FindElem("enable")) {
-            // Older files had one switch for both directions; it becomes the
-            // two current switches and leaves the file with this load.
-            if (std::strcmp(xml.GetData(), "true") == 0) {
-              devicePortMapping = 1;
-              if (extHttpPort != 0 || extHttpsPort != 0 || extRtspPort != 0) platformPortMapping = 1;
-            }
-            do {
-              xml.RemoveNode();
-            } while (xml.FindElem("enable"));
-            if (xml.FindElem("DeviceEnable")) {
-              xml.ModifyData("DeviceEnable", devicePortMapping ? "true" : "false");
-            }
-            if (xml.FindElem("PlatformEnable")) {
-              xml.ModifyData("PlatformEnable", platformPortMapping ? "true" : "false");
-            }
-          } else {
-            if (xml.FindElem("DeviceEnable") && std::strcmp(xml.GetData(), "true") == 0) {
-              devicePortMapping = 1;
-            }
-            if (xml.FindElem("PlatformEnable") && std::strcmp(xml.GetData(), "true") == 0) {
-              platformPortMapping = 1;
-            }
-          }
-
-          if (xml.FindElem("AlarmPortType")) {
-            // Whatever the element holds, loading yields the video-alarm
-            // port: the access-control type exists in memory only after
-            // setWISP5AlarmPortType.
-            wisp5AlarmPortType = WISP5_ALARM_PORT_VIDEO;
-          }
-
-          struct PortPair {
-            const char* name;
-            uint16_t CNetworkCfg::*port;
-            uint16_t CNetworkCfg::*ext;
-          };
-          static const PortPair kPairs[] = {
-              {"LumenReg", &CNetworkCfg::lumenRegPort, &CNetworkCfg::extLumenRegPort},
-              {"LumenAlarm", &CNetworkCfg::lumenAlarmPort, &CNetworkCfg::extLumenAlarmPort},
-              {"LumenV5Reg", &CNetworkCfg::lumenV5RegPort, &CNetworkCfg::extLumenV5RegPort},
-              {"LumenV5Alarm", &CNetworkCfg::lumenV5AlarmPort, &CNetworkCfg::extLumenV5AlarmPort},
-              {"LumenV5VideoAlarm", &CNetworkCfg::lumenV5VideoAlarmPort,
-               &CNetworkCfg::extLumenV5VideoAlarmPort},
-              {"LumenV5Stream", &CNetworkCfg::lumenV5StreamPort, &CNetworkCfg::extLumenV5StreamPort},
-              {"LumenV5PlayBack", &CNetworkCfg::lumenV5PlayBackPort,
-               &CNetworkCfg::extLumenV5PlayBackPort},
-              {"LumenV5TwoWayAudio", &CNetworkCfg::lumenV5TwowayAudioPort,
-               &CNetworkCfg::extLumenV5TwowayAudioPort},
-              {"LumenV5AcsAlarm", &CNetworkCfg::lumenV5AcsAlarmPort,
-               &CNetworkCfg::extLumenV5AcsAlarmPort},
-          };
-          for (const PortPair& pair : kPairs) {
-            if (enter(xml, pair.name)) {
-              readPort(xml, "Port", this->*pair.port);
-              readPort(xml, "ExternalPort", this->*pair.ext);
-              xml.OutOfElem();
-            }
-          }
-          if (enter(xml, "LumenStream")) {
-            readPort(xml, "MinPort", lumenStreamMinPort);
-            readPort(xml, "MaxPort", lumenStreamMaxPort);
-            readPort(xml, "ExternalMinPort", extLumenStreamMinPort);
-            readPort(xml, "ExternalMaxPort", extLumenStreamMaxPort);
-            xml.OutOfElem();
-          }
-          xml.OutOfElem();
-        }
-
-        if (xml.FindElem("HeartbeatParam")) {
-          if (xml.IntoElem()) {
-            readPort(xml, "KeepAliveSeconds", keepAliveSeconds);
-            readPort(xml, "KeepAliveCount", keepAliveCount);
-            xml.OutOfElem();
-          }
-        } else {
-          keepAliveSeconds = 30;
-          keepAliveCount = 3;
-        }
+        Loader::readAddrList(*this, xml);
+        Loader::readNumbers(*this, xml);
+        Loader::readPortMapping(*this, xml);
+        Loader::defaultHeartbeat(*this, xml);
         xml.OutOfElem();
       }
       xml.OutOfElem();
     }
-
     if (writeConfigFile(xml) != 1) {
       OXLOG(5, "[%s(%d)] WriteToFile config file is fail.");
       return false;

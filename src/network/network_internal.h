@@ -24,7 +24,9 @@ std::string fieldText(const char (&field)[N]) {
   return fieldText(field, N);
 }
 // Clears the field and copies at most its size of `text` (no terminator
-// when the text fills it).
+// when the text fills it). The address table needs exactly that: a text of
+// the field's full size is kept whole, so this is the one copy here that
+// does not go through OSL_Strncpy (which always keeps a terminator).
 void setField(char* field, size_t size, const char* text);
 template <size_t N>
 void setField(char (&field)[N], const char* text) {

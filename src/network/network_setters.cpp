@@ -9,14 +9,13 @@
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "frame/osl_guard.h"
+#include "network/network_fields.h"
 #include "network/network_internal.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
 
 namespace OxConfigMgr {
 
-using netinternal::loadRelaxed;
-using netinternal::storeRelaxed;
 using OxBase::CXmlBase;
 
 struct CNetworkCfg::SetterRow {
@@ -32,13 +31,6 @@ struct CNetworkCfg::SetterRow {
     kPlatformPortMapping, kDevicePortMapping, kWISP5AlarmPortType, kDevKeepAliveParam,
     kCount
   };
-  // How the value is held and written.
-  enum Kind {
-    kPort,     // uint16_t member, decimal text
-    kInt,      // int32_t member, decimal text
-    kMapping,  // int32_t member, "true"/"false"; a refusal of the text is ignored
-    kType,     // WISP5AlarmPortType member, decimal text
-  };
   // When memory follows the new value.
   enum Memory {
     kNever,        // the file only; getters keep the loaded value
@@ -46,81 +38,61 @@ struct CNetworkCfg::SetterRow {
     kFirst,        // before anything else, and again after the text was replaced
     kAfterWrite,   // after a successful write
   };
+  static constexpr int kNone = -1;
 
-  const char* name;       // the setter, for its log line
-  const char* path[3];    // elements entered under Config/Network (null-ended)
-  const char* leaf[2];    // element(s) changed inside, in this order
-  bool unchangedTest;     // equal to memory (both values for a pair): 0 at once
+  const char* name;  // the setter, for its log line
+  // The value(s) changed, in this order; a second one (kNone when absent)
+  // has the same parent element as the first.
+  int fields[2];
+  bool unchangedTest;  // equal to memory (both values for a pair): 0 at once
   Memory memory;
-  Kind kind;
-  uint16_t CNetworkCfg::*port[2];  // kPort: the member of each leaf
-  int32_t CNetworkCfg::*value;     // kInt, kMapping
   bool direct;  // CXmlBase::LoadFile/WriteToFile instead of read/writeConfigFile
 
   static const SetterRow& get(Id id);
   OSL_Mutex* mutex() const;
+  const Field& field(int i) const { return Field::get(static_cast<Field::Id>(fields[i])); }
+  bool pair() const { return fields[1] != kNone; }
   bool equalsMemory(const CNetworkCfg& cfg, uint32_t first, uint32_t second) const;
-  void store(CNetworkCfg& cfg, int leafIndex, uint32_t v) const;
-  std::string text(uint32_t v) const;
 };
 
 const CNetworkCfg::SetterRow& CNetworkCfg::SetterRow::get(Id id) {
-  using C = CNetworkCfg;
+  using F = Field;
   constexpr bool Y = true, N = false;
   // clang-format off
   static const SetterRow kTable[kCount] = {
-    {"setHttpPort", {"HTTP"}, {"Port"}, Y, kAfterModify, kPort, {&C::httpPort}, nullptr, N},
-    {"setHttpsPort", {"HTTPS"}, {"Port"}, Y, kAfterModify, kPort, {&C::httpsPort}, nullptr, N},
-    {"setHttpsEnable", {"HTTPS"}, {"Enable"}, Y, kAfterModify, kInt, {}, &C::httpsEnable, N},
-    {"setRtspPort", {"RTSP"}, {"Port"}, Y, kFirst, kPort, {&C::rtspPort}, nullptr, N},
-    {"setExtHttpPort", {"HTTP"}, {"ExternalPort"}, Y, kAfterModify, kPort, {&C::extHttpPort}, nullptr, N},
-    {"setExtHttpsPort", {"HTTPS"}, {"ExternalPort"}, Y, kAfterModify, kPort, {&C::extHttpsPort}, nullptr, N},
-    {"setExtRtspPort", {"RTSP"}, {"ExternalPort"}, Y, kAfterModify, kPort, {&C::extRtspPort}, nullptr, N},
-    {"setPssUploadPort", {"PSS", "Upload"}, {"Port"}, N, kNever, kPort, {&C::pssUploadPort}, nullptr, N},
-    {"setExtPssUploadPort", {"PSS", "Upload"}, {"ExternalPort"}, Y, kNever, kPort, {&C::extPssUploadPort}, nullptr, N},
-    {"setLumenRegPort", {"PortMapping", "LumenReg"}, {"Port"}, N, kNever, kPort, {&C::lumenRegPort}, nullptr, N},
-    {"setLumenAlarmPort", {"PortMapping", "LumenAlarm"}, {"Port"}, N, kNever, kPort, {&C::lumenAlarmPort}, nullptr, N},
-    {"setLumenStreamPort", {"PortMapping", "LumenStream"}, {"MinPort", "MaxPort"}, N, kNever, kPort,
-     {&C::lumenStreamMinPort, &C::lumenStreamMaxPort}, nullptr, N},
-    {"setLumenV5RegPort", {"PortMapping", "LumenV5Reg"}, {"Port"}, N, kNever, kPort, {&C::lumenV5RegPort}, nullptr, N},
-    {"setLumenV5AlarmPort", {"PortMapping", "LumenV5Alarm"}, {"Port"}, N, kNever, kPort, {&C::lumenV5AlarmPort}, nullptr, N},
-    {"setLumenV5VedioAlarmPort", {"PortMapping", "LumenV5VideoAlarm"}, {"Port"}, N, kNever, kPort,
-     {&C::lumenV5VideoAlarmPort}, nullptr, N},
-    {"setLumenV5AcsAlarmPort", {"PortMapping", "LumenV5AcsAlarm"}, {"Port"}, N, kNever, kPort,
-     {&C::lumenV5AcsAlarmPort}, nullptr, N},
-    {"setLumenV5StreamPort", {"PortMapping", "LumenV5Stream"}, {"Port"}, N, kNever, kPort,
-     {&C::lumenV5StreamPort}, nullptr, N},
-    {"setLumenV5PlayBackPort", {"PortMapping", "LumenV5PlayBack"}, {"Port"}, N, kNever, kPort,
-     {&C::lumenV5PlayBackPort}, nullptr, N},
-    {"setLumenV5TwowayAudioPort", {"PortMapping", "LumenV5TwoWayAudio"}, {"Port"}, N, kNever, kPort,
-     {&C::lumenV5TwowayAudioPort}, nullptr, N},
-    {"setExtLumenRegPort", {"PortMapping", "LumenReg"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenRegPort}, nullptr, N},
-    {"setExtLumenAlarmPort", {"PortMapping", "LumenAlarm"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenAlarmPort}, nullptr, N},
-    {"setExtLumenStreamPort", {"PortMapping", "LumenStream"}, {"ExternalMinPort", "ExternalMaxPort"}, Y, kNever,
-     kPort, {&C::extLumenStreamMinPort, &C::extLumenStreamMaxPort}, nullptr, N},
-    {"setExtLumenV5RegPort", {"PortMapping", "LumenV5Reg"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5RegPort}, nullptr, N},
-    {"setExtLumenV5AlarmPort", {"PortMapping", "LumenV5Alarm"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5AlarmPort}, nullptr, N},
-    {"setExtLumenV5VedioAlarmPort", {"PortMapping", "LumenV5VideoAlarm"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5VideoAlarmPort}, nullptr, N},
-    {"setExtLumenV5AcsAlarmPort", {"PortMapping", "LumenV5AcsAlarm"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5AcsAlarmPort}, nullptr, N},
-    {"setExtLumenV5StreamPort", {"PortMapping", "LumenV5Stream"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5StreamPort}, nullptr, N},
-    {"setExtLumenV5PlayBackPort", {"PortMapping", "LumenV5PlayBack"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5PlayBackPort}, nullptr, N},
-    {"setExtLumenV5TwowayAudioPort", {"PortMapping", "LumenV5TwoWayAudio"}, {"ExternalPort"}, Y, kNever, kPort,
-     {&C::extLumenV5TwowayAudioPort}, nullptr, N},
-    {"setPlatformPortMapping", {"PortMapping"}, {"PlatformEnable"}, Y, kAfterWrite, kMapping, {},
-     &C::platformPortMapping, N},
-    {"setDevicePortMapping", {"PortMapping"}, {"DeviceEnable"}, Y, kAfterWrite, kMapping, {},
-     &C::devicePortMapping, N},
-    {"setWISP5AlarmPortType", {"PortMapping"}, {"AlarmPortType"}, Y, kAfterWrite, kType, {}, nullptr, N},
-    {"setDevKeepAliveParam", {"HeartbeatParam"}, {"KeepAliveSeconds", "KeepAliveCount"}, N, kAfterModify, kPort,
-     {&C::keepAliveSeconds, &C::keepAliveCount}, nullptr, Y},
+    {"setHttpPort", {F::kHttpPort, kNone}, Y, kAfterModify, N},
+    {"setHttpsPort", {F::kHttpsPort, kNone}, Y, kAfterModify, N},
+    {"setHttpsEnable", {F::kHttpsEnable, kNone}, Y, kAfterModify, N},
+    {"setRtspPort", {F::kRtspPort, kNone}, Y, kFirst, N},
+    {"setExtHttpPort", {F::kExtHttpPort, kNone}, Y, kAfterModify, N},
+    {"setExtHttpsPort", {F::kExtHttpsPort, kNone}, Y, kAfterModify, N},
+    {"setExtRtspPort", {F::kExtRtspPort, kNone}, Y, kAfterModify, N},
+    {"setPssUploadPort", {F::kPssUploadPort, kNone}, N, kNever, N},
+    {"setExtPssUploadPort", {F::kExtPssUploadPort, kNone}, Y, kNever, N},
+    {"setLumenRegPort", {F::kLumenRegPort, kNone}, N, kNever, N},
+    {"setLumenAlarmPort", {F::kLumenAlarmPort, kNone}, N, kNever, N},
+    {"setLumenStreamPort", {F::kLumenStreamMinPort, F::kLumenStreamMaxPort}, N, kNever, N},
+    {"setLumenV5RegPort", {F::kLumenV5RegPort, kNone}, N, kNever, N},
+    {"setLumenV5AlarmPort", {F::kLumenV5AlarmPort, kNone}, N, kNever, N},
+    {"setLumenV5VedioAlarmPort", {F::kLumenV5VideoAlarmPort, kNone}, N, kNever, N},
+    {"setLumenV5AcsAlarmPort", {F::kLumenV5AcsAlarmPort, kNone}, N, kNever, N},
+    {"setLumenV5StreamPort", {F::kLumenV5StreamPort, kNone}, N, kNever, N},
+    {"setLumenV5PlayBackPort", {F::kLumenV5PlayBackPort, kNone}, N, kNever, N},
+    {"setLumenV5TwowayAudioPort", {F::kLumenV5TwowayAudioPort, kNone}, N, kNever, N},
+    {"setExtLumenRegPort", {F::kExtLumenRegPort, kNone}, Y, kNever, N},
+    {"setExtLumenAlarmPort", {F::kExtLumenAlarmPort, kNone}, Y, kNever, N},
+    {"setExtLumenStreamPort", {F::kExtLumenStreamMinPort, F::kExtLumenStreamMaxPort}, Y, kNever, N},
+    {"setExtLumenV5RegPort", {F::kExtLumenV5RegPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5AlarmPort", {F::kExtLumenV5AlarmPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5VedioAlarmPort", {F::kExtLumenV5VideoAlarmPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5AcsAlarmPort", {F::kExtLumenV5AcsAlarmPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5StreamPort", {F::kExtLumenV5StreamPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5PlayBackPort", {F::kExtLumenV5PlayBackPort, kNone}, Y, kNever, N},
+    {"setExtLumenV5TwowayAudioPort", {F::kExtLumenV5TwowayAudioPort, kNone}, Y, kNever, N},
+    {"setPlatformPortMapping", {F::kPlatformEnable, kNone}, Y, kAfterWrite, N},
+    {"setDevicePortMapping", {F::kDeviceEnable, kNone}, Y, kAfterWrite, N},
+    {"setWISP5AlarmPortType", {F::kAlarmPortType, kNone}, Y, kAfterWrite, N},
+    {"setDevKeepAliveParam", {F::kKeepAliveSeconds, F::kKeepAliveCount}, N, kAfterModify, Y},
   };
   // clang-format on
   return kTable[id];
@@ -132,47 +104,12 @@ OSL_Mutex* CNetworkCfg::SetterRow::mutex() const {
   return &mutexes[this - &get(static_cast<Id>(0))];
 }
 
-bool CNetworkCfg::SetterRow::equalsMemory(const CNetworkCfg& cfg, uint32_t first,
-                                          uint32_t second) const {
-  switch (kind) {
-    case kPort:
-      if (loadRelaxed(cfg.*port[0]) != static_cast<uint16_t>(first)) return false;
-      return !leaf[1] || loadRelaxed(cfg.*port[1]) == static_cast<uint16_t>(second);
-    case kInt:
-    case kMapping:
-      return loadRelaxed(cfg.*value) == static_cast<int32_t>(first);
-    case kType:
-      return static_cast<int32_t>(loadRelaxed(cfg.wisp5AlarmPortType)) == static_cast<int32_t>(first);
-  }
-  return false;
-}
-
-void CNetworkCfg::SetterRow::store(CNetworkCfg& cfg, int leafIndex, uint32_t v) const {
-  switch (kind) {
-    case kPort:
-      storeRelaxed(cfg.*port[leafIndex], static_cast<uint16_t>(v));
-      break;
-    case kInt:
-    case kMapping:
-      storeRelaxed(cfg.*value, static_cast<int32_t>(v));
-      break;
-    case kType:
-      storeRelaxed(cfg.wisp5AlarmPortType, static_cast<WISP5AlarmPortType>(static_cast<int32_t>(v)));
-      break;
-  }
-}
-
-std::string CNetworkCfg::SetterRow::text(uint32_t v) const {
-  switch (kind) {
-    case kPort:
-      return std::to_string(static_cast<uint16_t>(v));
-    case kMapping:
-      return static_cast<int32_t>(v) != 0 ? "true" : "false";
-    case kInt:
-    case kType:
-      break;
-  }
-  return std::to_string(static_cast<int32_t>(v));
+bool CNetworkCfg::SetterRow::equalsMemory(const CNetworkCfg& cfg, uint32_t first, uint32_t second) const {
+  // Compared as the member holds them: ports in 16 bits.
+  const Field& f = field(0);
+  const bool port = f.kind == Field::kPort;
+  if (f.read(cfg) != (port ? static_cast<uint16_t>(first) : first)) return false;
+  return !pair() || field(1).read(cfg) == static_cast<uint16_t>(second);
 }
 
 // The read-modify-write shared by every setter: the unchanged test, the
@@ -181,8 +118,9 @@ std::string CNetworkCfg::SetterRow::text(uint32_t v) const {
 uint32_t CNetworkCfg::runSetter(const SetterRow& row, uint32_t first, uint32_t second) {
   bool read = false;
   try {
+    const Field& f = row.field(0);
     if (row.unchangedTest && row.equalsMemory(*this, first, second)) return 0;
-    if (row.memory == SetterRow::kFirst) row.store(*this, 0, first);
+    if (row.memory == SetterRow::kFirst) f.store(*this, first);
 
     OSL_Guard guard(row.mutex());
     const std::string path = getConfigFilePath();
@@ -192,27 +130,26 @@ uint32_t CNetworkCfg::runSetter(const SetterRow& row, uint32_t first, uint32_t s
     if (!read) return 2;
 
     bool inside = xml.FindElem("Config") && xml.IntoElem() && xml.FindElem("Network") && xml.IntoElem();
-    for (const char* const* p = row.path; inside && p < row.path + 3 && *p; ++p) {
+    for (const char* const* p = f.path; inside && p < f.path + 2 && *p; ++p) {
       inside = xml.FindElem(*p) && xml.IntoElem();
     }
-    if (inside && xml.FindElem(row.leaf[0])) {
-      const std::string text = row.text(first);
-      if (netinternal::modifyText(xml, row.leaf[0], text.c_str()) != 1 && row.kind != SetterRow::kMapping) {
-        return 1;
-      }
-      if (row.memory == SetterRow::kAfterModify || row.memory == SetterRow::kFirst) row.store(*this, 0, first);
-      if (row.leaf[1] && xml.FindElem(row.leaf[1])) {
-        const std::string text2 = row.text(second);
-        if (netinternal::modifyText(xml, row.leaf[1], text2.c_str()) != 1) return 1;
-        if (row.memory == SetterRow::kAfterModify) row.store(*this, 1, second);
+    if (inside && xml.FindElem(f.leaf)) {
+      const std::string text = f.text(first);
+      if (netinternal::modifyText(xml, f.leaf, text.c_str()) != 1 && f.kind != Field::kMapping) return 1;
+      if (row.memory == SetterRow::kAfterModify || row.memory == SetterRow::kFirst) f.store(*this, first);
+      const Field* g = row.pair() ? &row.field(1) : nullptr;
+      if (g && xml.FindElem(g->leaf)) {
+        const std::string text2 = g->text(second);
+        if (netinternal::modifyText(xml, g->leaf, text2.c_str()) != 1) return 1;
+        if (row.memory == SetterRow::kAfterModify) g->store(*this, second);
       }
     }
 
     bool written = row.direct ? xml.WriteToFile(path) == 1 : writeConfigFile(xml) == 1;
     if (!written) return 3;
     if (row.memory == SetterRow::kAfterWrite) {
-      row.store(*this, 0, first);
-      if (row.kind == SetterRow::kType) {
+      f.store(*this, first);
+      if (f.kind == Field::kType) {
         xlog_format(3, "OXW", "[%s(%d)] [%d]setWISP5AlarmPortType", row.name, __LINE__,
                     static_cast<int32_t>(first));
       }

@@ -1,7 +1,10 @@
 #include <oxconfigmgr/OxBasicCfg.h>
 
+#include <array>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <mutex>
 #include <sstream>
 #include <string>
 
@@ -21,13 +24,7 @@ namespace {
 
 constexpr size_t kMaxOsReleaseBytes = 1u << 20;
 constexpr int kWebSessionIdBytes = 5;  // ten hexadecimal characters
-
-// Copies at most sizeof(field) - 1 characters of `text`; `field` stays
-// terminated.
-template <size_t N>
-void copyField(char (&field)[N], const char* text) {
-  OSL_Strncpy(field, text, N);
-}
+constexpr size_t kMaxNameChars = 32;
 
 // A new web session identifier: the first five bytes of the SHA-256 of a new
 // UUID's text (with its terminating zero byte), as hexadecimal. False after
@@ -49,10 +46,34 @@ bool makeWebSessionId(char (&out)[11]) {
 
 }  // namespace
 
+// The product names published so far. A getter's pointer stays valid and
+// unchanged for the object's lifetime, so a name is never rewritten in
+// place; a name set again reuses its earlier copy, so a setter loop over a
+// few names does not grow the list.
+struct CBasicCfg::NameVersions {
+  std::mutex mutex;
+  std::deque<std::array<char, 33>> names;  // a deque never moves its elements
+
+  // The kept copy of `name` (at most 32 characters), added when new.
+  const char* intern(const char* name) {
+    std::array<char, 33> text{};
+    OSL_Strncpy(text.data(), name, text.size());
+    std::lock_guard<std::mutex> lock(mutex);
+    for (const auto& kept : names) {
+      if (kept == text) return kept.data();
+    }
+    names.push_back(text);
+    return names.back().data();
+  }
+};
+
+CBasicCfg::~CBasicCfg() = default;
+
 CBasicCfg::CBasicCfg()
     : m_productForm(0),
       m_operatingSystem(),
-      m_productName(),
+      m_names(new NameVersions),
+      m_productName(m_names->intern("")),
       m_productModel(),
       m_serialNo(),
       m_version(),
@@ -68,26 +89,26 @@ int CBasicCfg::loadFile() try {
   if (!xml.FindElem("ProductForm")) return 0;
   m_productForm = static_cast<uint8_t>(OSL_Atoi32(xml.GetData()));
   if (!xml.FindElem("Name")) return 0;
-  copyField(m_productName, xml.GetData());
+  m_productName.store(m_names->intern(xml.GetData()), std::memory_order_release);
   if (!xml.FindElem("Model")) return 0;
-  copyField(m_productModel, xml.GetData());
+  OSL_Strncpy(m_productModel, xml.GetData(), sizeof m_productModel);
   if (!xml.FindElem("SoftwareVersion")) return 0;
-  copyField(m_version, xml.GetData());
-  OXLOG(3, "[%s(%d)] ---------Current Software Name:%s, Model:%s, Version:%s", m_productName,
+  OSL_Strncpy(m_version, xml.GetData(), sizeof m_version);
+  OXLOG(3, "[%s(%d)] ---------Current Software Name:%s, Model:%s, Version:%s", getProductName(),
         m_productModel, m_version);
 
   std::string os;
   if (GetOSVersion(os) != 1) return 0;
-  copyField(m_operatingSystem, os.c_str());
+  OSL_Strncpy(m_operatingSystem, os.c_str(), sizeof m_operatingSystem);
 
   if (!xml.FindElem("WebSessionID")) return 0;
   bool changed = false;
   if (xml.GetData()[0] != '\0') {
-    copyField(m_webSessionID, xml.GetData());
+    OSL_Strncpy(m_webSessionID, xml.GetData(), sizeof m_webSessionID);
   } else {
     char id[11] = {0};
     if (!makeWebSessionId(id)) return 0;
-    copyField(m_webSessionID, id);
+    OSL_Strncpy(m_webSessionID, id, sizeof m_webSessionID);
     if (xml.ModifyData("WebSessionID", id) != 1) {
       xlog_format(5, "DRVNET", "[%s(%d)] WebSessionID ModifyData failed", __FUNCTION__, __LINE__);
       return 0;
@@ -105,7 +126,9 @@ int CBasicCfg::loadFile() try {
 }
 
 const char* CBasicCfg::getOperatingSystem() const { return m_operatingSystem; }
-const char* CBasicCfg::getProductName() const { return m_productName; }
+const char* CBasicCfg::getProductName() const {
+  return m_productName.load(std::memory_order_acquire);
+}
 const char* CBasicCfg::getProductModel() const { return m_productModel; }
 const char* CBasicCfg::getSerialNo() const { return m_serialNo; }
 const char* CBasicCfg::getVersion() const { return m_version; }
@@ -114,7 +137,7 @@ const char* CBasicCfg::getWebSessionID() const { return m_webSessionID; }
 int CBasicCfg::setProductName(const char* name) try {
   static OSL_Mutex s_mutex;
   OSL_Guard guard(&s_mutex);
-  if (!name || std::strlen(name) >= sizeof m_productName) return 1;
+  if (!name || std::strlen(name) > kMaxNameChars) return 1;
 
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
@@ -124,8 +147,7 @@ int CBasicCfg::setProductName(const char* name) try {
   xml.OutOfElem();
   xml.OutOfElem();
   if (writeConfigFile(xml) != 1) return 3;
-  std::memset(m_productName, 0, sizeof m_productName);
-  copyField(m_productName, name);
+  m_productName.store(m_names->intern(name), std::memory_order_release);
   return 0;
 } catch (...) {
   return 2;

@@ -29,12 +29,35 @@ const char* kindName(int kind) {
   }
 }
 
+// Serialises loadFile and updateChecked. Lock order: this mutex, then the
+// file's transaction, on every path.
+OSL_Mutex& kindMutex() {
+  static OSL_Mutex s_mutex;
+  return s_mutex;
+}
+
+// Writes `text` as "Checked" ("DeviceMgmt" and "Checked" are added when
+// missing, so the kind in force is on disk). Codes of updateChecked.
+int writeChecked(const char* text) {
+  ConfigFileTxn txn(getConfigFilePath());
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 2;
+  if (xmlWalk(xml, {"Config", "DeviceMgmt"})) {
+    if (!xmlSetChildText(xml, "Checked", text)) return 1;
+  } else {
+    if (!xmlWalk(xml, {"Config"})) return 1;
+    if (!xml.AddNode("DeviceMgmt") || !xml.AddNode("Checked", text)) return 1;
+  }
+  return writeConfigFile(xml) == 1 ? 0 : 3;
+}
+
 }  // namespace
 
 CDeviceMgmtCfg::CDeviceMgmtCfg() : m_kind(kNotLoaded) {}
 
 int CDeviceMgmtCfg::loadFile() try {
   // An unknown kind is written back: hold the file from the read on.
+  OSL_Guard guard(&kindMutex());
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 0;
@@ -45,7 +68,8 @@ int CDeviceMgmtCfg::loadFile() try {
   } else if (checked == "AC") {
     m_kind.store(kAccessControl);
   } else {
-    return updateChecked(kAccessControlName) == 0 ? 1 : 0;
+    if (writeChecked("AC") != 0) return 0;
+    m_kind.store(kAccessControl);
   }
   return 1;
 } catch (...) {
@@ -60,8 +84,6 @@ int CDeviceMgmtCfg::getChecked(std::string& out) const try {
 }
 
 int CDeviceMgmtCfg::updateChecked(const std::string& kindText) try {
-  static OSL_Mutex s_mutex;
-  OSL_Guard guard(&s_mutex);
   int kind;
   const char* text;
   if (kindText == kEncodingDevName) {
@@ -73,20 +95,10 @@ int CDeviceMgmtCfg::updateChecked(const std::string& kindText) try {
   } else {
     return 1;
   }
-
-  ConfigFileTxn txn(getConfigFilePath());
-  OxBase::CXmlBase xml;
-  if (readConfigFile(xml) != 1) return 2;
-  if (xmlWalk(xml, {"Config", "DeviceMgmt"})) {
-    // A section without "Checked" gains it, so the kind in force is on disk.
-    if (!xmlSetChildText(xml, "Checked", text)) return 1;
-  } else {
-    if (!xmlWalk(xml, {"Config"})) return 1;
-    if (!xml.AddNode("DeviceMgmt") || !xml.AddNode("Checked", text)) return 1;
-  }
-  if (writeConfigFile(xml) != 1) return 3;
-  m_kind.store(kind);
-  return 0;
+  OSL_Guard guard(&kindMutex());
+  const int rc = writeChecked(text);
+  if (rc == 0) m_kind.store(kind);
+  return rc;
 } catch (...) {
   return 2;
 }

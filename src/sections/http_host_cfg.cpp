@@ -1,11 +1,13 @@
 #include <oxconfigmgr/OxSwitchCfg.h>
 
+#include <cstddef>
 #include <cstring>
 #include <string>
 
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "platform/osl.h"
+#include "sections/seq_record.h"
 
 namespace OxConfigMgr {
 
@@ -28,20 +30,39 @@ bool modifyIfPresent(OxBase::CXmlBase& xml, const char* name, const char* text) 
   return xml.ModifyData(name, text) == 1;
 }
 
+// Bytes of a record up to the end of its URL text: everything after is zero
+// padding, which the getter need not copy word by word.
+size_t usedBytes(const tagHttpHostInfo& info) {
+  return offsetof(tagHttpHostInfo, url) + fieldLength(info.url);
+}
+
 }  // namespace
 
-CHttpHostCfg::CHttpHostCfg() = default;
+struct CHttpHostCfg::State {
+  sections::SeqRecord<tagHttpHostInfo> info;
+};
+
+CHttpHostCfg::CHttpHostCfg() : m_state(new State) {}
+CHttpHostCfg::~CHttpHostCfg() = default;
 
 int CHttpHostCfg::loadFile() try {
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 0;
   if (!xmlWalk(xml, {"Config", "HttpHostNotificationList", "HttpHostNotification"})) return 0;
   if (xml.IntoElem()) {
-    if (xml.FindElem("Enable")) m_info.enable = OSL_Atoi32(xml.GetData()) != 0 ? 1 : 0;
-    if (xml.FindElem("IP")) OSL_Strncpy(m_info.ip, xml.GetData(), kMaxIpChars + 1);
-    if (xml.FindElem("Port")) m_info.port = OSL_Atoi32(xml.GetData());
-    if (xml.FindElem("url")) OSL_Strncpy(m_info.url, xml.GetData(), kMaxUrlChars + 1);
+    tagHttpHostInfo info = m_state->info.load();
+    if (xml.FindElem("Enable")) info.enable = OSL_Atoi32(xml.GetData()) != 0 ? 1 : 0;
+    if (xml.FindElem("IP")) {
+      std::memset(info.ip, 0, sizeof info.ip);
+      OSL_Strncpy(info.ip, xml.GetData(), kMaxIpChars + 1);
+    }
+    if (xml.FindElem("Port")) info.port = OSL_Atoi32(xml.GetData());
+    if (xml.FindElem("url")) {
+      std::memset(info.url, 0, sizeof info.url);
+      OSL_Strncpy(info.url, xml.GetData(), kMaxUrlChars + 1);
+    }
     xml.OutOfElem();
+    m_state->info.store(info, usedBytes(info));
   }
   return 1;
 } catch (...) {
@@ -49,7 +70,7 @@ int CHttpHostCfg::loadFile() try {
 }
 
 int CHttpHostCfg::getHttpHostInfo(tagHttpHostInfo& out) const {
-  out = m_info;
+  m_state->info.load(out);
   return 0;
 }
 
@@ -60,13 +81,13 @@ int CHttpHostCfg::setHttpHostInfo(const tagHttpHostInfo& in) try {
   if (urlLength == 0 || urlLength > kMaxUrlChars) return 1;
   if (in.port < 0 || in.port > kMaxPort) return 1;
 
-  // Bounded, terminated copies of the texts: `in` passed the checks above,
-  // so nothing is cut.
+  // Terminated, zero-padded copies of the texts: `in` passed the checks
+  // above, so nothing is cut.
   tagHttpHostInfo info;
   info.enable = in.enable;
   info.port = in.port;
-  std::memcpy(info.ip, in.ip, ipLength);
-  std::memcpy(info.url, in.url, urlLength);
+  OSL_Strncpy(info.ip, std::string(in.ip, ipLength).c_str(), sizeof info.ip);
+  OSL_Strncpy(info.url, std::string(in.url, urlLength).c_str(), sizeof info.url);
 
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
@@ -83,7 +104,7 @@ int CHttpHostCfg::setHttpHostInfo(const tagHttpHostInfo& in) try {
     xml.OutOfElem();
   }
   if (writeConfigFile(xml) != 1) return 3;
-  m_info = info;
+  m_state->info.store(info, usedBytes(info));
   return 0;
 } catch (...) {
   return 2;

@@ -38,13 +38,14 @@ int updateSwitch(const SwitchSection& section, int value, std::atomic<int>& enab
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
   if (readConfigFile(xml) != 1) return 2;
-  if (!xml.FindElem("Config")) return 1;
-  if (xml.IntoElem() && xml.FindElem(section.name)) {
+  if (xml.FindElem("Config") && xml.IntoElem() && xml.FindElem(section.name)) {
     if (xml.IntoElem()) {
       if (xml.FindElem("Enable") && xml.ModifyData("Enable", value != 0 ? "1" : "0") != 1) return 1;
       xml.OutOfElem();
     }
   } else {
+    // The section goes under the root element, whatever its name: a file
+    // without "Config" gains it there too, as every missing section does.
     char text[34];
     if (!xml.SetRoot() || !xml.AddNode(section.name) ||
         !xml.AddNode("Enable", OSL_Itoa(value, text, 10))) {

@@ -22,10 +22,11 @@ struct SwitchSection {
 int loadSwitch(const SwitchSection& section, std::atomic<int>& enable);
 
 // Writes the switch: an existing "Enable" gets "1" or "0"; a missing section
-// is added with the value's decimal text as given; a present section without
-// "Enable" is left as it is. On success `enable` holds the value as given.
-// Returns 0; 1 when "Config" is missing or "Enable" could not be changed; 2
-// when "Config.xml" could not be read; 3 when it could not be written.
+// is added under the root element (also when that is not "Config") with the
+// value's decimal text as given; a present section without "Enable" is left
+// as it is. On success `enable` holds the value as given. Returns 0; 1 when
+// the document has no root or "Enable" could not be changed; 2 when
+// "Config.xml" could not be read; 3 when it could not be written.
 int updateSwitch(const SwitchSection& section, int value, std::atomic<int>& enable);
 
 }  // namespace sections

@@ -81,11 +81,18 @@ TYPED_TEST(SwitchCfgTest, UpdateNormalisesAnExistingSectionButNotANewOne) {
   EXPECT_EQ(cfg.updateCfg(5), 0);
   EXPECT_EQ(this->textAt({"Config", S::kSection, "Enable"}), "5");
 
+  // A document whose root is not "Config" gains the section under its root.
+  oxtest::writeFile(this->path("Config.xml"), "<Gateway><Other/></Gateway>");
+  EXPECT_EQ(cfg.updateCfg(4), 0);
+  EXPECT_EQ(this->textAt({"Gateway", S::kSection, "Enable"}), "4");
+  EXPECT_EQ(S::get(cfg), 4);
+  this->resetToFactory();
+
   // Failures leave the file and the value held as they were.
   EXPECT_EQ(this->untouched([&] { return cfg.updateCfg(0); }, FaultEnv::kRename), 3);
   oxtest::writeFile(this->path("Config.xml"), "<Config>");
   EXPECT_EQ(cfg.updateCfg(0), 2);
-  EXPECT_EQ(S::get(cfg), 5);
+  EXPECT_EQ(S::get(cfg), 4);
 }
 
 using SwitchConcurrencyTest = oxtest::SectionsTest;
