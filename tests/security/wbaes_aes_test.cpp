@@ -7,11 +7,16 @@
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <random>
 #include <string>
 
 namespace OxConfigMgr {
 namespace wbaes {
+
+// Found by argument-dependent lookup: names the parameter in test output.
+static void PrintTo(Engine engine, std::ostream* os) { *os << EngineName(engine); }
+
 namespace {
 
 using testsupport::Bytes;
