@@ -12,6 +12,10 @@
 # installed normally; the development files are unpacked into OVERLAY_DIR
 # instead, which the cross toolchain file (cmake/toolchain-aarch64.cmake)
 # searches. The native packages are left untouched.
+#
+# Tests start the project's own programs (oxcfg, the table generator), so the
+# kernel must hand arm64 programs to the emulator: the script registers
+# qemu-user-static's binfmt handler when nothing else (systemd-binfmt) has.
 set -euo pipefail
 
 OVERLAY="${1:?usage: install-cross-deps.sh OVERLAY_DIR}"
@@ -48,6 +52,18 @@ if [ ${#missing[@]} -gt 0 ]; then
   fi
   $SUDO apt-get update -qq
   $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
+
+binfmt=/proc/sys/fs/binfmt_misc
+if [ ! -e "$binfmt/qemu-aarch64" ]; then
+  if [ ! -e "$binfmt/register" ]; then
+    $SUDO mount -t binfmt_misc binfmt_misc "$binfmt"
+  fi
+  $SUDO sh -c "cat /usr/lib/binfmt.d/qemu-aarch64.conf > $binfmt/register"
+fi
+if ! grep -qx enabled "$binfmt/qemu-aarch64"; then
+  echo "install-cross-deps: the kernel cannot start arm64 programs through qemu" >&2
+  exit 1
 fi
 
 stamp="$OVERLAY/.complete"
