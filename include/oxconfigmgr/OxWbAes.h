@@ -44,6 +44,10 @@
 //    at once. The derived copy is built once under a lock and then only
 //    read. The unmasked round keys and everything derived from them live on
 //    the caller's stack and are wiped before returning.
+//  - Processors: the block engine is chosen once per process from what the
+//    processor offers (on x86-64 AVX-512, else AVX2; plain C++ on every
+//    other processor). Every engine gives the same bytes; only the speed
+//    differs.
 #ifndef OXCONFIGMGR_OXWBAES_H
 #define OXCONFIGMGR_OXWBAES_H
 

@@ -12,12 +12,12 @@
 // All loops have fixed trip counts; nothing branches on key or data.
 #include "security/wbaes_block.h"
 
+#include "platform/secure_wipe.h"
+
 #include <atomic>
 #include <cstring>
 #include <mutex>
 #include <new>
-
-#include <string.h>  // explicit_bzero
 
 namespace OxConfigMgr {
 namespace wbaes {
@@ -115,9 +115,16 @@ const DerivedTables* LinkedDerived(const WbAesDirTables& t) {
 
 // Column c's four outputs of one inner round, key-mixed with the next round
 // key's rows into mixed. Each step is a byte load: a biased result indexes
-// the same output's next line, then its key row.
+// the same output's next line, then its key row. The lines (about 400 KiB
+// in all) mostly come from L2; their addresses are known before the first
+// step, so the later steps' lines are fetched while the first is awaited
+// instead of one after another (16 KiB ECB 1.17x, CBC enciphering 1.08x).
 inline void ColumnScalar(const ColumnLines& l, const std::uint8_t (&rows)[2][16][16], int c,
                          std::uint8_t* mixed) {
+  for (int s = 1; s < 3; ++s) {
+    __builtin_prefetch(l.step[s][0]);
+    __builtin_prefetch(l.step[s][1]);
+  }
   for (int i = 0; i < 4; ++i) {
     std::uint8_t part[2];
     for (int h = 0; h < 2; ++h) {
@@ -145,6 +152,44 @@ void Block(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in
   LeaveBlock<kDecipher>(t, k, state[cur], out);
 }
 
+// Independent blocks handled together by the portable engine. A single
+// block's round is a few dependent loads per output, and the next round
+// cannot start before all of them land; with several blocks in the same
+// loop an out-of-order core overlaps one block's rounds with another's.
+// Measured on x86-64 (16 KiB ECB, without the prefetch): 4 blocks 1.16x,
+// 8 blocks 1.22x the one-block speed, 16 no better than 8.
+constexpr std::size_t kInterleave = 8;
+
+// N independent blocks, in and out as in ProcessBlocks (all of the group's
+// input is read before any of its output is written).
+template <bool kDecipher, std::size_t N>
+void Group(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+           std::uint8_t* out) {
+  std::uint8_t state[2][N][16];
+  for (std::size_t n = 0; n < N; ++n) EnterBlock<false>(t, k, in + 16 * n, nullptr, state[0][n]);
+  int cur = 0;
+  for (int j = 0; j + 1 < k.rounds; ++j, cur ^= 1) {
+    for (int c = 0; c < 4; ++c) {
+      for (std::size_t n = 0; n < N; ++n) {
+        ColumnScalar(SelectColumn<kDecipher>(*k.derived, state[cur][n], c), k.rows[j + 1], c,
+                     state[cur ^ 1][n] + 4 * c);
+      }
+    }
+  }
+  for (std::size_t n = 0; n < N; ++n) LeaveBlock<kDecipher>(t, k, state[cur][n], out + 16 * n);
+}
+
+template <bool kDecipher>
+void PortableRun(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+                 std::uint8_t* out, std::size_t blocks) {
+  for (; blocks >= kInterleave; blocks -= kInterleave, in += 16 * kInterleave,
+                                out += 16 * kInterleave) {
+    Group<kDecipher, kInterleave>(t, k, in, out);
+  }
+  for (; blocks >= 2; blocks -= 2, in += 32, out += 32) Group<kDecipher, 2>(t, k, in, out);
+  if (blocks == 1) Block<kDecipher, false>(t, k, in, nullptr, out);
+}
+
 // Without derived tables: one block through the stage functions.
 void Reference(const WbAesDirTables& t, bool decipher, const PreparedKey& k,
                const std::uint8_t* in, const std::uint8_t* chain, std::uint8_t* out) {
@@ -153,7 +198,7 @@ void Reference(const WbAesDirTables& t, bool decipher, const PreparedKey& k,
     block[i] = static_cast<std::uint8_t>(chain != nullptr ? in[i] ^ chain[i] : in[i]);
   }
   ReferenceBlock(t, decipher, block, k.roundKeys, k.rounds, out);
-  explicit_bzero(block, sizeof block);
+  OxBase::SecureWipe(block, sizeof block);
 }
 
 }  // namespace
@@ -191,17 +236,21 @@ void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int
 }
 
 void WipePreparedKey(PreparedKey* key) {
-  // Some 8 KiB per call: explicit_bzero runs at memset speed where
-  // OPENSSL_cleanse goes byte by byte, and the compiler may not drop it
-  // either.
-  explicit_bzero(key->roundKeys, sizeof key->roundKeys);
-  explicit_bzero(key->rows, sizeof key->rows);
+  // Some 8 KiB per call, wiped at memset speed.
+  OxBase::SecureWipe(key->roundKeys, sizeof key->roundKeys);
+  OxBase::SecureWipe(key->rows, sizeof key->rows);
 }
 
 bool EngineAvailable(Engine engine) {
   switch (engine) {
     case Engine::kAuto:
     case Engine::kPortable: return true;
+    case Engine::kAvx2:
+#ifdef OXCFG_WBAES_HAVE_AVX2
+      return CpuHasAvx2Engine();
+#else
+      return false;
+#endif
     case Engine::kAvx512:
 #ifdef OXCFG_WBAES_HAVE_AVX512
       return CpuHasAvx512Engine();
@@ -214,36 +263,87 @@ bool EngineAvailable(Engine engine) {
 
 namespace {
 
+// What kAuto stands for; kAuto here means "by processor". Relaxed: tests
+// and benchmarks set it before any call they measure.
+std::atomic<Engine> gForced{Engine::kAuto};
+
+Engine BestAvailable() {
+  static const Engine best = EngineAvailable(Engine::kAvx512) ? Engine::kAvx512
+                             : EngineAvailable(Engine::kAvx2) ? Engine::kAvx2
+                                                              : Engine::kPortable;
+  return best;
+}
+
+}  // namespace
+
+Engine SelectedEngine() {
+  const Engine forced = gForced.load(std::memory_order_relaxed);
+  return forced != Engine::kAuto ? forced : BestAvailable();
+}
+
+const char* EngineName(Engine engine) {
+  switch (engine) {
+    case Engine::kAuto: return "auto";
+    case Engine::kPortable: return "portable";
+    case Engine::kAvx2: return "avx2";
+    case Engine::kAvx512: return "avx512";
+  }
+  return "unknown";
+}
+
+bool ForceEngine(Engine engine) {
+  if (!EngineAvailable(engine)) return false;
+  gForced.store(engine, std::memory_order_relaxed);
+  return true;
+}
+
+namespace {
+
 // Independent blocks (iv null) or a CBC chain from iv, on the engine asked
 // for; the stage functions when the key has no derived tables.
 void Dispatch(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
               const std::uint8_t* iv, const std::uint8_t* in, std::uint8_t* out,
               std::size_t blocks, Engine engine) {
-  // Block b's chaining input: none, the IV, or the output block before it.
-  auto chain = [iv, out](std::size_t b) -> const std::uint8_t* {
-    return iv == nullptr ? nullptr : b == 0 ? iv : out + 16 * (b - 1);
-  };
   if (key.derived == nullptr) {
+    // Block b's chaining input: none, the IV, or the output block before it.
     for (std::size_t b = 0; b < blocks; ++b) {
-      Reference(tables, decipher, key, in + 16 * b, chain(b), out + 16 * b);
+      const std::uint8_t* chain = iv == nullptr ? nullptr : b == 0 ? iv : out + 16 * (b - 1);
+      Reference(tables, decipher, key, in + 16 * b, chain, out + 16 * b);
     }
     return;
   }
+  if (engine == Engine::kAuto) engine = SelectedEngine();
+  switch (engine) {
 #ifdef OXCFG_WBAES_HAVE_AVX512
-  if (engine == Engine::kAvx512 || (engine == Engine::kAuto && CpuHasAvx512Engine())) {
-    if (iv != nullptr) {
-      EncipherChainAvx512(tables, key, iv, in, out, blocks);
-    } else {
-      ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
-    }
-    return;
-  }
+    case Engine::kAvx512:
+      if (iv != nullptr) {
+        EncipherChainAvx512(tables, key, iv, in, out, blocks);
+      } else {
+        ProcessBlocksAvx512(tables, decipher, key, in, out, blocks);
+      }
+      return;
 #endif
-  (void)engine;
-  auto block = iv != nullptr ? Block<false, true>
-               : decipher    ? Block<true, false>
-                             : Block<false, false>;
-  for (std::size_t b = 0; b < blocks; ++b) block(tables, key, in + 16 * b, chain(b), out + 16 * b);
+#ifdef OXCFG_WBAES_HAVE_AVX2
+    case Engine::kAvx2:
+      if (iv != nullptr) {
+        EncipherChainAvx2(tables, key, iv, in, out, blocks);
+      } else {
+        ProcessBlocksAvx2(tables, decipher, key, in, out, blocks);
+      }
+      return;
+#endif
+    default: break;
+  }
+  if (iv != nullptr) {
+    const std::uint8_t* chain = iv;
+    for (std::size_t b = 0; b < blocks; ++b, chain = out + 16 * (b - 1)) {
+      Block<false, true>(tables, key, in + 16 * b, chain, out + 16 * b);
+    }
+  } else if (decipher) {
+    PortableRun<true>(tables, key, in, out, blocks);
+  } else {
+    PortableRun<false>(tables, key, in, out, blocks);
+  }
 }
 
 }  // namespace

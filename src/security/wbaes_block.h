@@ -135,9 +135,11 @@ void WipePreparedKey(PreparedKey* key);
 
 // Implementations of the block engine; all give identical results.
 enum class Engine {
-  kAuto,      // the fastest one this processor runs
-  kPortable,  // plain C++, any processor: one block at a time through the
-              // fused tables
+  kAuto,      // the one SelectedEngine() names
+  kPortable,  // plain C++, any processor: independent blocks a few at a
+              // time, interleaved so that their table reads overlap
+  kAvx2,      // x86-64 with AVX2: single blocks through tables III and IV
+              // fused, composed with 16-entry byte shuffles (vpshufb)
   kAvx512,    // x86-64 with AVX-512 F/BW/VL/VBMI: runs of blocks are
               // processed 64 at a time with in-register table lookups,
               // single blocks through tables III and IV fused
@@ -145,6 +147,18 @@ enum class Engine {
 
 // Whether `engine` can run here (kAuto and kPortable always can).
 bool EngineAvailable(Engine engine);
+
+// The engine kAuto stands for: the one ForceEngine set, otherwise the
+// fastest one this processor runs (AVX-512, then AVX2, then portable).
+Engine SelectedEngine();
+
+// "portable", "avx2", "avx512" ("auto" for kAuto).
+const char* EngineName(Engine engine);
+
+// For tests and benchmarks only: makes kAuto stand for `engine` in this
+// process (kAuto restores the choice by processor). Returns false, changing
+// nothing, when `engine` cannot run here.
+bool ForceEngine(Engine engine);
 
 // Enciphers (tables.enc, decipher = false) or deciphers (tables.dec,
 // decipher = true) `blocks` independent 16-byte blocks. `in` and `out` may be
@@ -162,6 +176,15 @@ void EncipherChain(const WbAesDirTables& tables, const PreparedKey& key, const s
                    Engine engine = Engine::kAuto);
 
 #if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define OXCFG_WBAES_HAVE_AVX2 1
+// Defined in wbaes_block_avx2.cpp, on the same terms as the AVX-512 ones.
+bool CpuHasAvx2Engine();
+void ProcessBlocksAvx2(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
+                       const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
+void EncipherChainAvx2(const WbAesDirTables& tables, const PreparedKey& key,
+                       const std::uint8_t* iv, const std::uint8_t* in, std::uint8_t* out,
+                       std::size_t blocks);
+
 #define OXCFG_WBAES_HAVE_AVX512 1
 // Defined in wbaes_block_avx512.cpp; callers check the processor and that
 // the key has derived tables first.

@@ -9,13 +9,12 @@
 // only read.
 #include <oxconfigmgr/OxWbAes.h>
 
+#include "platform/secure_wipe.h"
 #include "security/wbaes_block.h"
 #include "security/wbaes_internal.h"
 
 #include <cstdint>
 #include <cstring>
-
-#include <openssl/crypto.h>
 
 namespace OxConfigMgr {
 namespace wbaes {
@@ -42,7 +41,7 @@ class CallKey {
     std::uint8_t roundKeys[kRoundKeyAreaSize];
     init_key(keyMaterial, rounds, roundKeys);
     PrepareKey(tables, roundKeys, rounds, &key_);
-    OPENSSL_cleanse(roundKeys, sizeof roundKeys);
+    OxBase::SecureWipe(roundKeys, sizeof roundKeys);
   }
   ~CallKey() { WipePreparedKey(&key_); }
   CallKey(const CallKey&) = delete;
@@ -123,7 +122,7 @@ int Ecb(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* o
   const std::size_t full = static_cast<std::size_t>(inLen) / 16;
   ProcessBlocks(t.enc, false, ck.get(), in, out, full);
   if (hasLast) ProcessBlocks(t.enc, false, ck.get(), last, out + 16 * full, 1);
-  OPENSSL_cleanse(last, sizeof last);
+  OxBase::SecureWipe(last, sizeof last);
   return kOk;
 }
 
@@ -141,7 +140,7 @@ int Cbc(const WbAesTables& t, const std::uint8_t* in, int inLen, std::uint8_t* o
   const std::size_t full = static_cast<std::size_t>(inLen) / 16;
   EncipherChain(t.enc, ck.get(), iv, in, out, full);
   if (hasLast) EncipherChain(t.enc, ck.get(), full > 0 ? out + 16 * (full - 1) : iv, last, out + 16 * full, 1);
-  OPENSSL_cleanse(last, sizeof last);
+  OxBase::SecureWipe(last, sizeof last);
   return kOk;
 }
 

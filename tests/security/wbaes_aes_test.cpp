@@ -1,16 +1,22 @@
 // Under the test table set (identity external encodings) the white-box cipher
 // must be AES exactly: known-answer vectors, then random keys and data
 // against OpenSSL in every mode and direction.
+#include "security/wbaes_block.h"
 #include "security/wbaes_internal.h"
 #include "security/wbaes_test_support.h"
 
 #include <gtest/gtest.h>
 
+#include <ostream>
 #include <random>
 #include <string>
 
 namespace OxConfigMgr {
 namespace wbaes {
+
+// Found by argument-dependent lookup: names the parameter in test output.
+static void PrintTo(Engine engine, std::ostream* os) { *os << EngineName(engine); }
+
 namespace {
 
 using testsupport::Bytes;
@@ -35,8 +41,18 @@ Bytes Block(bool decipher, const Bytes& key, const Bytes& in) {
   return out;
 }
 
+// Every case runs on each engine the processor has, through the modes as
+// callers reach them (the engine forced for the test's process).
+class WbAesTestSet : public ::testing::TestWithParam<Engine> {
+ protected:
+  void SetUp() override {
+    if (!ForceEngine(GetParam())) GTEST_SKIP() << "engine not supported by this processor";
+  }
+  void TearDown() override { ForceEngine(Engine::kAuto); }
+};
+
 // FIPS-197 appendix C: plaintext 00112233...eeff, key 000102... of each size.
-TEST(WbAesTestSet, Fips197AppendixCBothDirections) {
+TEST_P(WbAesTestSet, Fips197AppendixCBothDirections) {
   const Bytes plain = Hex("00112233445566778899aabbccddeeff");
   const std::pair<const char*, const char*> vectors[] = {
       {"000102030405060708090a0b0c0d0e0f", "69c4e0d86a7b0430d8cdb78070b4c55a"},
@@ -56,7 +72,7 @@ TEST(WbAesTestSet, Fips197AppendixCBothDirections) {
 // give the plaintext back (zero-padded for the unpadded modes). Lengths
 // include the empty input, whole blocks and runs long enough for the
 // engine's batches.
-TEST(WbAesTestSet, ModesMatchOpenSslForRandomKeysAndLengths) {
+TEST_P(WbAesTestSet, ModesMatchOpenSslForRandomKeysAndLengths) {
   std::mt19937 rng(4242);
   for (int i = 0; i < 360; ++i) {
     const int bits = 128 + 64 * (i % 3);
@@ -95,6 +111,12 @@ TEST(WbAesTestSet, ModesMatchOpenSslForRandomKeysAndLengths) {
     EXPECT_EQ(padded, back);
   }
 }
+
+INSTANTIATE_TEST_SUITE_P(Engines, WbAesTestSet,
+                         ::testing::Values(Engine::kPortable, Engine::kAvx2, Engine::kAvx512),
+                         [](const ::testing::TestParamInfo<Engine>& info) {
+                           return std::string(EngineName(info.param));
+                         });
 
 }  // namespace
 }  // namespace wbaes

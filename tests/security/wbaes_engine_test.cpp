@@ -15,12 +15,8 @@
 namespace OxConfigMgr {
 namespace wbaes {
 
-static const char* const kEngineNames[] = {"Auto", "Portable", "Avx512"};
-
 // Found by argument-dependent lookup: names the parameter in test output.
-static void PrintTo(Engine engine, std::ostream* os) {
-  *os << kEngineNames[static_cast<int>(engine)];
-}
+static void PrintTo(Engine engine, std::ostream* os) { *os << EngineName(engine); }
 
 namespace {
 
@@ -84,11 +80,68 @@ TEST_P(WbAesEngine, MatchesStageCompositionOnArbitraryTables) {
   }
 }
 
+// The same on the linked-in tables, whose derived tables are the cached
+// ones the exported functions use.
+TEST_P(WbAesEngine, MatchesStageCompositionOnProductionTables) {
+  const Engine engine = GetParam();
+  if (!EngineAvailable(engine)) GTEST_SKIP() << "engine not supported by this processor";
+  std::mt19937 rng(77);
+  for (const bool decipher : {false, true}) {
+    const WbAesDirTables& t = decipher ? kProductionTables.dec : kProductionTables.enc;
+    for (const int rounds : {10, 12, 14}) {
+      const Bytes roundKeys = testsupport::Random(rng, kRoundKeyAreaSize);
+      PreparedKey key;
+      PrepareKey(t, roundKeys.data(), rounds, &key);
+      for (const std::size_t blocks : {1u, 9u, 17u, 64u, 131u}) {
+        SCOPED_TRACE(std::to_string(rounds) + " rounds, " + std::to_string(blocks) + " blocks");
+        const Bytes in = testsupport::Random(rng, 16 * blocks);
+        Bytes expect(in.size()), chained(in.size()), out(in.size());
+        const Bytes iv = testsupport::Random(rng, 16);
+        for (std::size_t b = 0; b < blocks; ++b) {
+          ASSERT_EQ(kOk, ReferenceBlock(t, decipher, &in[16 * b], roundKeys.data(), rounds,
+                                        &expect[16 * b]));
+          std::uint8_t x[16];
+          for (int i = 0; i < 16; ++i) x[i] = in[16 * b + i] ^ (b == 0 ? iv[i] : chained[16 * b - 16 + i]);
+          ASSERT_EQ(kOk, ReferenceBlock(t, decipher, x, roundKeys.data(), rounds, &chained[16 * b]));
+        }
+        ProcessBlocks(t, decipher, key, in.data(), out.data(), blocks, engine);
+        ASSERT_EQ(expect, out);
+        if (!decipher) {
+          EncipherChain(t, key, iv.data(), in.data(), out.data(), blocks, engine);
+          ASSERT_EQ(chained, out);
+        }
+      }
+      WipePreparedKey(&key);
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(Engines, WbAesEngine,
-                         ::testing::Values(Engine::kAuto, Engine::kPortable, Engine::kAvx512),
+                         ::testing::Values(Engine::kAuto, Engine::kPortable, Engine::kAvx2,
+                                           Engine::kAvx512),
                          [](const ::testing::TestParamInfo<Engine>& info) {
-                           return std::string(kEngineNames[static_cast<int>(info.param)]);
+                           return std::string(EngineName(info.param));
                          });
+
+// kAuto stands for the fastest engine the processor runs unless a test or
+// benchmark forces another; an engine the processor lacks cannot be forced.
+TEST(WbAesEngine, SelectionPrefersTheWidestAvailableAndForcingIsChecked) {
+  const Engine best = EngineAvailable(Engine::kAvx512) ? Engine::kAvx512
+                      : EngineAvailable(Engine::kAvx2) ? Engine::kAvx2
+                                                       : Engine::kPortable;
+  EXPECT_EQ(best, SelectedEngine());
+  for (Engine e : {Engine::kPortable, Engine::kAvx2, Engine::kAvx512}) {
+    SCOPED_TRACE(EngineName(e));
+    EXPECT_EQ(EngineAvailable(e), ForceEngine(e));
+    EXPECT_EQ(EngineAvailable(e) ? e : Engine::kPortable, SelectedEngine());
+    ForceEngine(Engine::kPortable);
+  }
+  EXPECT_TRUE(ForceEngine(Engine::kAuto));
+  EXPECT_EQ(best, SelectedEngine());
+#if !defined(__x86_64__)
+  EXPECT_EQ(Engine::kPortable, SelectedEngine());
+#endif
+}
 
 TEST(WbAesEngine, BlockFunctionsCheckArguments) {
   std::uint8_t block[16] = {};
