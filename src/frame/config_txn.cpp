@@ -1,5 +1,6 @@
 #include "frame/config_txn.h"
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -16,6 +17,10 @@ struct ConfigFileTxn::Entry {
   int depth = 0;  // the owner thread's nesting level
   std::unique_ptr<OxBase::FileLock> lock;               // while depth > 0 and locked
   std::unique_ptr<OxBase::ScopedWriteRefusal> refusal;  // while depth > 0 and not locked
+  // When this process last looked for temporaries of killed writers of the
+  // file (steady clock); guarded by mutex.
+  std::chrono::steady_clock::time_point lastTidy{};
+  bool tidied = false;
 };
 
 namespace {
@@ -44,6 +49,13 @@ void acquire(ConfigFileTxn::Entry* e, const std::string& path) {
     return;
   }
   e->lock = std::move(lock);
+  // A killed writer's temporary is shed by the next writer, at most once a
+  // second per file: listing the directory on every setter would cost a
+  // tenth of a read-modify-write, and a leftover does no harm meanwhile.
+  const auto now = std::chrono::steady_clock::now();
+  if (e->tidied && now - e->lastTidy < std::chrono::seconds(1)) return;
+  e->tidied = true;
+  e->lastTidy = now;
   // Best effort: a failure to tidy up must not cost the write.
   try {
     OxBase::RemoveStaleTemporaries(path);
