@@ -17,11 +17,6 @@ namespace {
 
 using namespace OxConfigMgr;
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 // A text argument into a fixed field: refused, not cut, when too long.
 template <size_t N>
 bool setText(char (&field)[N], const std::string& value) {
@@ -125,6 +120,13 @@ RegisterShow g_showArc({"arc", "Alarm receiving centre (ARCConfig.xml)", [](Rows
                           for (const auto& f : arcFields()) rows.emplace_back(f.name, f.get(cfg));
                           return true;
                         }});
+
+// `set arc` completes its FIELD from the same table that `show arc` prints.
+RegisterWords g_arcWords("set arc", [] {
+  std::vector<std::string> names;
+  for (const auto& f : arcFields()) names.push_back(f.name);
+  return names;
+});
 
 RegisterCommand g_setArc(
     {"set arc", "FIELD VALUE",

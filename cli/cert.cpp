@@ -23,11 +23,6 @@ constexpr size_t kMaxCertificate = 32768;
 const char* const kSubjectUsage =
     "[--country CC] [--state S] [--locality L] [--org O] [--unit U] [--cn NAME] [--email ADDR]";
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 std::string meaning(int code) {
   switch (code) {
     case 2: return "there is no such file";

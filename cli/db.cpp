@@ -23,11 +23,6 @@ const char* const kLevelNames[] = {"ALL", "TRACE", "DEBUG", "INFO", "WARN", "ERR
 // longer line is refused here, never cut.
 constexpr size_t kPasswordBuffer = 1026;
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 bool parseOnOff(const std::string& text, int* value) {
   if (text == "on") *value = 1;
   else if (text == "off") *value = 0;

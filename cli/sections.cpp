@@ -42,11 +42,6 @@ void copyArgument(char (&field)[N], const std::string& text) {
   field[n] = '\0';
 }
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 // "on" or "off".
 bool parseOnOff(const std::string& text, int* value) {
   if (text == "on")
