@@ -363,7 +363,7 @@ class Doctor {
       add("certificate", certPath, "has expired");
     } else if (ASN1_TIME_diff(&days, &seconds, nullptr, X509_get0_notAfter(cert.get())) == 1 &&
                days < kCertWarnDays) {
-      add("certificate", certPath, "expires in " + std::to_string(days) + " days");
+      add("certificate", certPath, "expires in " + std::to_string(days) + (days == 1 ? " day" : " days"));
     }
     if (!exists(keyPath)) {
       add("certificate", keyPath, "missing: the certificate has no key");
