@@ -181,6 +181,19 @@ RegisterCommand g_codesList(
          return usageError("page out of range");
        }
        const char* name = poll ? "poll-event" : "Sur-Gard";
+       if (jsonOutput()) {
+         std::printf("{\"table\": \"%s\", \"page\": %ld, \"total\": %d, \"rows\": [", args[0].c_str(), page, total);
+         for (size_t i = 0; i < list.size(); ++i) {
+           const auto& row = list[i];
+           std::printf("%s\n  {\"code\": %s, \"cid\": %s, ", i ? "," : "", jsonString(row.code).c_str(),
+                       jsonString(row.info.cid).c_str());
+           if (poll) std::printf("\"enabled\": %s, ", row.info.enabled ? "true" : "false");
+           else std::printf("\"sia\": %s, ", jsonString(row.info.sia).c_str());
+           std::printf("\"description\": %s}", jsonString(row.info.eventDesc).c_str());
+         }
+         std::printf("%s]}\n", list.empty() ? "" : "\n");
+         return 0;
+       }
        if (count == 0)
          std::printf("%s table: no rows on page %ld (%d in the table)\n", name, page, total);
        else
@@ -208,9 +221,20 @@ RegisterCommand g_codesConvert(
        const struct {
          EventFormat format;
          const char* label;
-       } formats[] = {{EVENT_FORMAT_CID, "Contact ID (Sur-Gard table)"},
-                      {EVENT_FORMAT_SIA, "SIA (Sur-Gard table)"},
-                      {EVENT_FORMAT_POLL_CID, "Contact ID (poll-event table)"}};
+         const char* key;
+       } formats[] = {{EVENT_FORMAT_CID, "Contact ID (Sur-Gard table)", "cid"},
+                      {EVENT_FORMAT_SIA, "SIA (Sur-Gard table)", "sia"},
+                      {EVENT_FORMAT_POLL_CID, "Contact ID (poll-event table)", "pollCid"}};
+       if (jsonOutput()) {
+         std::printf("{\"code\": %s", jsonString(args[0]).c_str());
+         for (const auto& f : formats) {
+           std::string out;
+           const bool converted = codes.convertCode(f.format, args[0], out) == 1;
+           std::printf(", \"%s\": %s", f.key, converted ? jsonString(out).c_str() : "null");
+         }
+         std::printf("}\n");
+         return 0;
+       }
        for (const auto& f : formats) {
          std::string out;
          if (codes.convertCode(f.format, args[0], out) == 1)

@@ -261,7 +261,12 @@ int cmdInit(const std::vector<std::string>& args) {
   OSL_MakeDir(conf.c_str());
   // Export and import run the directory's own 7za.
   if (!linkArchiverInto(dir)) std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
-  std::printf("initialised %s from %s (%d files)\n", dir.c_str(), factory.c_str(), copied);
+  if (jsonOutput()) {
+    std::printf("{\"directory\": %s, \"factory\": %s, \"files\": %d, \"failed\": %d}\n", jsonString(dir).c_str(),
+                jsonString(factory).c_str(), copied, failed);
+  } else {
+    std::printf("initialised %s from %s (%d files)\n", dir.c_str(), factory.c_str(), copied);
+  }
   return failed ? kExitRefused : kExitOk;
 }
 
