@@ -113,8 +113,8 @@ void printCommandHelp(const Command& c) {
   std::printf("\nExample:\n  %s\n", exampleFor(c).c_str());
 }
 
-void printCommandJson(const Command& c, bool last) {
-  std::printf("  {\"name\": %s, \"usage\": %s, \"help\": %s, \"example\": %s}%s\n", jsonString(c.name).c_str(),
+void printCommandJson(const Command& c, bool last, const char* indent = "  ") {
+  std::printf("%s{\"name\": %s, \"usage\": %s, \"help\": %s, \"example\": %s}%s\n", indent, jsonString(c.name).c_str(),
               jsonString(c.usage).c_str(), jsonString(c.help).c_str(), jsonString(exampleFor(c)).c_str(),
               last ? "" : ",");
 }
@@ -160,7 +160,7 @@ int cmdHelp(const std::vector<std::string>& args) {
     return usageError("no command '" + prefix + "' (run oxcfg --help)");
   }
   if (jsonOutput()) {
-    printCommandJson(*c, true);
+    printCommandJson(*c, true, "");
   } else {
     printCommandHelp(*c);
   }
