@@ -40,7 +40,7 @@ oxcfg init "$WORK/gw" --factory /usr/share/oxconfigmgr/factory >/dev/null
 oxcfg -C "$WORK/gw" show network --json | grep -q '"HTTP port": "8081' \
   || { echo "consumer: the host's setting did not persist" >&2; exit 1; }
 oxcfg doctor "$WORK/gw"
-man -w oxcfg >/dev/null 2>&1 || test -f /usr/share/man/man1/oxcfg.1.gz
+test -f /usr/share/man/man1/oxcfg.1.gz
 test -f /usr/share/bash-completion/completions/oxcfg
 test -f /usr/share/doc/liboxconfigmgr-dev/html/index.html
 echo "consumer: both hosts built and ran against the installed packages"
