@@ -55,8 +55,6 @@ bool readLine(FILE* in, Password& out) {
 }
 
 bool readHidden(const char* prompt, Password& out) {
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
   termios saved;
   bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
   if (restore) {
@@ -64,6 +62,10 @@ bool readHidden(const char* prompt, Password& out) {
     quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
+  // The prompt shows once echo is off: an answer typed (or sent) after it
+  // is neither echoed nor flushed away.
+  std::fprintf(stderr, "%s", prompt);
+  std::fflush(stderr);
   bool ok = readLine(stdin, out);
   if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
   std::fprintf(stderr, "\n");
