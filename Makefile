@@ -6,12 +6,13 @@ BUILD_BENCH?= build-bench
 BUILD_FUZZ ?= build-fuzz
 BUILD_ARM64?= build-arm64
 ARM64_DEPS ?= build-arm64-deps
+BUILD_PKG  ?= build-package
 RUN_DIR    ?= $(BUILD)/run
 JOBS       ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 CMAKE_GEN  := -G Ninja
 
-.PHONY: all deps build run test test-asan test-tsan test-arm64 bench fuzz fuzz-smoke install clean
+.PHONY: all deps build run test test-asan test-tsan test-arm64 bench fuzz fuzz-smoke install clean docs package test-packages
 
 all: build
 
@@ -77,5 +78,28 @@ fuzz-smoke:
 install: build
 	@cmake --install $(BUILD)
 
+# The HTML API reference of the public headers (build/docs/html); fails on an
+# undocumented public class or function.
+docs: deps
+	@cmake -S . -B $(BUILD) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+	@cmake --build $(BUILD) --target docs
+
+# The Debian packages liboxconfigmgr1, liboxconfigmgr-dev and oxcfg in
+# $(BUILD_PKG), installed under /usr, each checked by lintian.
+package: deps
+	@cmake -S . -B $(BUILD_PKG) $(CMAKE_GEN) -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_INSTALL_PREFIX=/usr \
+	  -DOXCFG_BUILD_TESTS=OFF -DOXCFG_BUILD_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_PKG) -j $(JOBS)
+	@cmake --build $(BUILD_PKG) --target docs
+	@rm -f $(BUILD_PKG)/*.deb
+	@cd $(BUILD_PKG) && cpack -G DEB >/dev/null
+	@lintian --fail-on error --suppress-tags-from-file scripts/lintian-overrides.txt $(BUILD_PKG)/*.deb
+	@ls $(BUILD_PKG)/*.deb
+
+# Installs the packages with dpkg, builds a tiny host against them with
+# find_package and with pkg-config, runs it, removes the packages.
+test-packages: package
+	@tests/consumer/run.sh $(BUILD_PKG)
+
 clean:
-	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_BENCH) $(BUILD_FUZZ) $(BUILD_ARM64) $(ARM64_DEPS)
+	rm -rf $(BUILD) $(BUILD_ASAN) $(BUILD_TSAN) $(BUILD_BENCH) $(BUILD_FUZZ) $(BUILD_ARM64) $(ARM64_DEPS) $(BUILD_PKG)

@@ -17,11 +17,6 @@ namespace {
 
 using namespace OxConfigMgr;
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 // A text argument into a fixed field: refused, not cut, when too long.
 template <size_t N>
 bool setText(char (&field)[N], const std::string& value) {
@@ -126,6 +121,13 @@ RegisterShow g_showArc({"arc", "Alarm receiving centre (ARCConfig.xml)", [](Rows
                           return true;
                         }});
 
+// `set arc` completes its FIELD from the same table that `show arc` prints.
+RegisterWords g_arcWords("set arc", [] {
+  std::vector<std::string> names;
+  for (const auto& f : arcFields()) names.push_back(f.name);
+  return names;
+});
+
 RegisterCommand g_setArc(
     {"set arc", "FIELD VALUE",
      "change one alarm-receiving-centre setting (FIELD as `show arc` names it; heartbeat 10 or 30, "
@@ -179,6 +181,19 @@ RegisterCommand g_codesList(
          return usageError("page out of range");
        }
        const char* name = poll ? "poll-event" : "Sur-Gard";
+       if (jsonOutput()) {
+         std::printf("{\"table\": \"%s\", \"page\": %ld, \"total\": %d, \"rows\": [", args[0].c_str(), page, total);
+         for (size_t i = 0; i < list.size(); ++i) {
+           const auto& row = list[i];
+           std::printf("%s\n  {\"code\": %s, \"cid\": %s, ", i ? "," : "", jsonString(row.code).c_str(),
+                       jsonString(row.info.cid).c_str());
+           if (poll) std::printf("\"enabled\": %s, ", row.info.enabled ? "true" : "false");
+           else std::printf("\"sia\": %s, ", jsonString(row.info.sia).c_str());
+           std::printf("\"description\": %s}", jsonString(row.info.eventDesc).c_str());
+         }
+         std::printf("%s]}\n", list.empty() ? "" : "\n");
+         return 0;
+       }
        if (count == 0)
          std::printf("%s table: no rows on page %ld (%d in the table)\n", name, page, total);
        else
@@ -206,9 +221,20 @@ RegisterCommand g_codesConvert(
        const struct {
          EventFormat format;
          const char* label;
-       } formats[] = {{EVENT_FORMAT_CID, "Contact ID (Sur-Gard table)"},
-                      {EVENT_FORMAT_SIA, "SIA (Sur-Gard table)"},
-                      {EVENT_FORMAT_POLL_CID, "Contact ID (poll-event table)"}};
+         const char* key;
+       } formats[] = {{EVENT_FORMAT_CID, "Contact ID (Sur-Gard table)", "cid"},
+                      {EVENT_FORMAT_SIA, "SIA (Sur-Gard table)", "sia"},
+                      {EVENT_FORMAT_POLL_CID, "Contact ID (poll-event table)", "pollCid"}};
+       if (jsonOutput()) {
+         std::printf("{\"code\": %s", jsonString(args[0]).c_str());
+         for (const auto& f : formats) {
+           std::string out;
+           const bool converted = codes.convertCode(f.format, args[0], out) == 1;
+           std::printf(", \"%s\": %s", f.key, converted ? jsonString(out).c_str() : "null");
+         }
+         std::printf("}\n");
+         return 0;
+       }
        for (const auto& f : formats) {
          std::string out;
          if (codes.convertCode(f.format, args[0], out) == 1)

@@ -23,11 +23,6 @@ constexpr size_t kMaxCertificate = 32768;
 const char* const kSubjectUsage =
     "[--country CC] [--state S] [--locality L] [--org O] [--unit U] [--cn NAME] [--email ADDR]";
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 std::string meaning(int code) {
   switch (code) {
     case 2: return "there is no such file";
@@ -128,6 +123,10 @@ void certificateRows(COpenSSLCertificate& cert, Rows& rows) {
 }
 
 void printRows(const Rows& rows) {
+  if (jsonOutput()) {
+    oxcfg::printRows("", rows);
+    return;
+  }
   size_t width = 0;
   for (const auto& r : rows) width = std::max(width, r.first.size());
   for (const auto& r : rows) std::printf("  %-*s  %s\n", static_cast<int>(width), r.first.c_str(), r.second.c_str());
@@ -225,6 +224,10 @@ RegisterCommand g_download({"cert download-req", "FILE|-",
                               const int rc = cert->downCertReq(buffer.data(), length);
                               if (rc != 0) return reportResult("cert download-req", rc, meaning(rc));
                               const size_t size = static_cast<size_t>(length);
+                              if (args[0] == "-" && jsonOutput()) {
+                                std::printf("{\"request\": %s}\n", jsonString(std::string(buffer.data(), size)).c_str());
+                                return 0;
+                              }
                               if (args[0] == "-") {
                                 std::fwrite(buffer.data(), 1, size, stdout);
                                 return 0;

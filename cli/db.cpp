@@ -23,11 +23,6 @@ const char* const kLevelNames[] = {"ALL", "TRACE", "DEBUG", "INFO", "WARN", "ERR
 // longer line is refused here, never cut.
 constexpr size_t kPasswordBuffer = 1026;
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 bool parseOnOff(const std::string& text, int* value) {
   if (text == "on") *value = 1;
   else if (text == "off") *value = 0;
@@ -65,8 +60,6 @@ bool readLine(FILE* in, Secret& out) {
 
 // Reads a password from the terminal with echo off.
 bool readHidden(const char* prompt, Secret& out) {
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
   termios saved;
   bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
   if (restore) {
@@ -74,6 +67,10 @@ bool readHidden(const char* prompt, Secret& out) {
     quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
+  // The prompt shows once echo is off: an answer typed (or sent) after it
+  // is neither echoed nor flushed away.
+  std::fprintf(stderr, "%s", prompt);
+  std::fflush(stderr);
   bool ok = readLine(stdin, out);
   if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
   std::fprintf(stderr, "\n");

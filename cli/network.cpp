@@ -258,7 +258,7 @@ RegisterCommand g_bind({"bind", "SDK|lumen|lumen5.0|QAPI IP",
                           auto cfg = network();
                           if (!cfg) return 1;
                           if (cfg->checkProtocolBindIPv4(args[1]) == 0) {
-                            std::printf("note: no address entry has %s; %s is now bound nowhere\n",
+                            std::fprintf(stderr, "note: no address entry has %s; %s is now bound nowhere\n",
                                         args[1].c_str(), args[0].c_str());
                           }
                           int rc = cfg->setProtocolBindIPv4(p, args[1]);

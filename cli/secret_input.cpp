@@ -20,8 +20,6 @@ bool readSecretLine(FILE* in, SecretLine& out) {
 }
 
 bool readHiddenLine(const char* prompt, SecretLine& out) {
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
   termios saved;
   const bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
   if (restore) {
@@ -29,6 +27,10 @@ bool readHiddenLine(const char* prompt, SecretLine& out) {
     quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
+  // The prompt shows once echo is off: an answer typed (or sent) after it
+  // is neither echoed nor flushed away.
+  std::fprintf(stderr, "%s", prompt);
+  std::fflush(stderr);
   const bool ok = readSecretLine(stdin, out);
   if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
   std::fprintf(stderr, "\n");

@@ -42,11 +42,6 @@ void copyArgument(char (&field)[N], const std::string& text) {
   field[n] = '\0';
 }
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
-
 // "on" or "off".
 bool parseOnOff(const std::string& text, int* value) {
   if (text == "on")
@@ -284,10 +279,16 @@ RegisterCommand g_refreshToken(
        int rc = alarm->refreshAlarmMonitorCfg();
        tagAlarmMonitorCnf cfg;
        alarm->getAlarmMonitorCfg(cfg);
-       int status = reportResult("alarm-token refresh", rc,
-                                 rc == 9 ? "Config.xml could not be written; the new token is in "
-                                           "force until the next start"
-                                         : "");
+       const char* meaning = rc == 9 ? "Config.xml could not be written; the new token is in "
+                                       "force until the next start"
+                                     : "";
+       if (jsonOutput()) {
+         std::printf("{\"command\": \"alarm-token refresh\", \"result\": %d, \"ok\": %s, \"meaning\": %s, "
+                     "\"token\": %s}\n",
+                     rc, rc == 0 ? "true" : "false", jsonString(meaning).c_str(), jsonString(cfg.token).c_str());
+         return rc == 0 ? kExitOk : kExitRefused;
+       }
+       int status = reportResult("alarm-token refresh", rc, meaning);
        std::printf("token: %s\n", cfg.token);
        return status;
      }});

@@ -104,7 +104,8 @@ int upload(std::vector<std::string> args) {
     std::fprintf(stderr, "storage upload: failed (error %d: %s)\n", error, errorMeaning(error).c_str());
     return 1;
   }
-  std::printf("%s\n", url.c_str());
+  if (jsonOutput()) std::printf("{\"url\": %s}\n", jsonString(url).c_str());
+  else std::printf("%s\n", url.c_str());
   return 0;
 }
 

@@ -35,6 +35,10 @@ RegisterCommand g_timeShow({"time show", "", "show the local time with its offse
                                 std::fprintf(stderr, "oxcfg: the time object is not started\n");
                                 return 1;
                               }
+                              if (jsonOutput()) {
+                                printRows("", rows);
+                                return 0;
+                              }
                               for (const auto& r : rows) {
                                 std::printf("%-15s  %s\n", r.first.c_str(), r.second.c_str());
                               }

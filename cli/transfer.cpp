@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cli/cli.h"
+#include "cli/progress.h"
 #include "platform/file_util.h"
 #include "platform/secure_wipe.h"
 
@@ -22,11 +23,6 @@ using namespace OxConfigMgr;
 
 // Longer lines are refused rather than cut.
 constexpr size_t kMaxPasswordBytes = 4096;
-
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "oxcfg: %s\n", message.c_str());
-  return 2;
-}
 
 // A password that is wiped when it goes; any bytes but the line end.
 class Password {
@@ -59,8 +55,6 @@ bool readLine(FILE* in, Password& out) {
 }
 
 bool readHidden(const char* prompt, Password& out) {
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
   termios saved;
   bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
   if (restore) {
@@ -68,6 +62,10 @@ bool readHidden(const char* prompt, Password& out) {
     quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
     tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
   }
+  // The prompt shows once echo is off: an answer typed (or sent) after it
+  // is neither echoed nor flushed away.
+  std::fprintf(stderr, "%s", prompt);
+  std::fflush(stderr);
   bool ok = readLine(stdin, out);
   if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
   std::fprintf(stderr, "\n");
@@ -86,20 +84,6 @@ bool readPassword(bool confirm, Password& out) {
     return false;
   }
   return true;
-}
-
-// The library runs the archiver "7za" of the working directory; this host
-// links the system's there when the directory has none.
-void linkArchiver() {
-  if (access("7za", X_OK) == 0) return;
-  for (const char* system : {"/usr/bin/7za", "/bin/7za", "/usr/local/bin/7za"}) {
-    if (access(system, X_OK) == 0) {
-      unlink("7za");  // a dangling link
-      if (symlink(system, "7za") != 0) std::perror("oxcfg: cannot link 7za");
-      return;
-    }
-  }
-  std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
 }
 
 std::string meaningOfImport(int code) {
@@ -123,9 +107,13 @@ RegisterCommand g_export({"export", "FILE",
                             if (!transfer) return usageError("import and export not started");
                             Password password;
                             if (!readPassword(true, password)) return usageError("no password read");
-                            linkArchiver();
+                            if (!linkArchiverInto(".")) std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
                             std::string data;
-                            int rc = transfer->exportConfigData(data, password.text());
+                            int rc;
+                            {
+                              Progress progress("export");
+                              rc = transfer->exportConfigData(data, password.text());
+                            }
                             if (rc == EXPORT_OK &&
                                 !OxBase::WriteFileAtomic(args[0], data, OxBase::FileMode::kSecret).ok()) {
                               std::perror(("oxcfg: cannot write " + args[0]).c_str());
@@ -150,17 +138,40 @@ RegisterCommand g_import({"import", "FILE",
                             }
                             Password password;
                             if (!readPassword(false, password)) return usageError("no password read");
-                            linkArchiver();
+                            if (!linkArchiverInto(".")) std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
                             // The library takes the archive under this name and leaves it to us.
                             if (!OxBase::WriteFileAtomic("configurationIn.zip", data, OxBase::FileMode::kSecret)
                                      .ok()) {
                               std::perror("oxcfg: cannot write configurationIn.zip");
                               return 1;
                             }
-                            int rc = transfer->importConfigData(password.text());
+                            int rc;
+                            {
+                              Progress progress("import");
+                              rc = transfer->importConfigData(password.text());
+                            }
                             unlink("configurationIn.zip");
                             return reportResult("import", rc, meaningOfImport(rc));
                           }});
 
 }  // namespace
+
+// The library runs the archiver "7za" of the working directory; this host
+// links the system's there when the directory has none.
+bool linkArchiverInto(const std::string& dir) {
+  const std::string link = dir + "/7za";
+  if (access(link.c_str(), X_OK) == 0) return true;
+  for (const char* system : {"/usr/bin/7za", "/bin/7za", "/usr/local/bin/7za"}) {
+    if (access(system, X_OK) == 0) {
+      unlink(link.c_str());  // a dangling link
+      if (symlink(system, link.c_str()) != 0) {
+        std::perror("oxcfg: cannot link 7za");
+        return false;
+      }
+      return true;
+    }
+  }
+  return false;
+}
+
 }  // namespace oxcfg

@@ -18,6 +18,8 @@ PACKAGES=(
   libbenchmark-dev
   tzdata iproute2
   clang
+  doxygen              # make docs: the API reference
+  lintian dpkg-dev fakeroot file  # make package: lintian, dpkg-shlibdeps
 )
 
 missing=()

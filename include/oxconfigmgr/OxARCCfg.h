@@ -120,6 +120,8 @@ static_assert(offsetof(tagArcCnf, a685) == 168, "tagArcCnf layout");
 static_assert(offsetof(tagArcCnf, manitou) == 216, "tagArcCnf layout");
 static_assert(offsetof(tagArcCnf, sbn) == 360, "tagArcCnf layout");
 
+// The settings of the links to alarm receiving centres, read from and
+// written to "ARCConfig.xml" (see the top of this file).
 class OXCFG_API CARCCfg {
  public:
   // The record's defaults: everything empty or 0, addresses "127.0.0.1".

@@ -69,6 +69,8 @@ static_assert(sizeof(tagEventCode) == 180, "tagEventCode layout");
 static_assert(offsetof(tagEventCode, info) == 36, "tagEventCode layout");
 static_assert(sizeof(tagEventCodeQueryReq) == 12, "tagEventCodeQueryReq layout");
 
+// The event code tables of "ConvertCodeConfig.xml": listing, conversion
+// and changes of rows (see the top of this file).
 class OXCFG_API CConvertCodeCfg {
  public:
   // Both tables empty.

@@ -36,6 +36,9 @@ class OXCFG_API CMaintain {
   // Closes the system-log connection (calls in progress finish on it). True.
   bool stop();
 
+  // The settings as last loaded or set, from memory without a lock: the
+  // log switch (1 on), the level (0..7), the clean-up interval in hours,
+  // the retention in days and the device-message pass-through (1 on).
   int isLogEnable() const { return logEnable.load(std::memory_order_relaxed); }
   int getLogLevel() const { return logLevel.load(std::memory_order_relaxed); }
   int getLogCleanupIntevalHour() const { return logCleanupIntervalHour.load(std::memory_order_relaxed); }

@@ -13,6 +13,8 @@
 
 namespace OxConfigMgr {
 
+// The NAT gateway port ranges, read once at start (see the top of this
+// file).
 class OXCFG_API CNATGateway {
  public:
   CNATGateway();

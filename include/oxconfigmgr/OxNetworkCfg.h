@@ -55,6 +55,8 @@ enum WISP5AlarmPortType : int32_t {
   WISP5_ALARM_PORT_ACS = 2,    // the access-control alarm port
 };
 
+// The network configuration: ports, port mapping, keep-alive and the
+// address table (see the top of this file for results and threads).
 class OXCFG_API CNetworkCfg {
  public:
   CNetworkCfg();
@@ -90,6 +92,8 @@ class OXCFG_API CNetworkCfg {
   uint16_t getLumenV5PlayBackPort() const;
   uint16_t getLumenV5TwowayAudioPort() const;
 
+  // The external (mapped) ports under which the platform or the devices
+  // reach each service through a NAT router, from memory.
   uint16_t getExtHttpPort() const;
   uint16_t getExtHttpsPort() const;
   uint16_t getExtRtspPort() const;
@@ -106,6 +110,7 @@ class OXCFG_API CNetworkCfg {
   uint16_t getExtLumenV5PlayBackPort() const;
   uint16_t getExtLumenV5TwowayAudioPort() const;
 
+  // The platform and the device port-mapping switches, from memory.
   bool isPlatformPortMapping() const;
   bool isDevicePortMapping() const;
   // Platform mapping on, the external port set and getGatewayOuterIP() not
@@ -113,6 +118,7 @@ class OXCFG_API CNetworkCfg {
   bool isHttpMapping() const;
   bool isRtspMapping() const;
 
+  // Which Lumen 5.0 port carries WISP 5 alarms, from memory.
   WISP5AlarmPortType getWISP5AlarmPortType() const;
   // The (external) Lumen 5.0 port that carries WISP 5 alarms: the
   // access-control alarm port for type 2, otherwise the video-alarm port (an

@@ -92,6 +92,8 @@ struct CertificateInfo {
   SubjectDN subject;
 };
 
+// The web server's key, certificate request and certificate under
+// "nginx/conf/" (see the top of this file).
 class OXCFG_API COpenSSLCertificate {
  public:
   // Initialises libcrypto and creates the key, request and certificate

@@ -15,6 +15,7 @@ class CXmlBase;
 
 namespace OxConfigMgr {
 
+// Ports of the local device manager ("LDM").
 struct tagLDMInfo {
   uint16_t ldmPort;
   uint16_t ldmOperationPort;
@@ -24,22 +25,27 @@ struct tagLDMInfo {
   uint16_t lumenAlarmPort;
 };
 
+// The internal HTTP service ("HTTPService").
 struct tagHTTPServiceInfo {
   uint16_t port;
   uint16_t taskThread;
   uint16_t audioTalkPort;
 };
 
+// The internal web-socket service ("WebSocketService").
 struct tagWebSocketServiceInfo {
   uint16_t port;
   uint16_t taskThread;
 };
 
+// Internal communication between the gateway's processes
+// ("InternalCommunication").
 struct tagInternalCommunicationInfo {
   uint16_t connectTimeOut;
   uint16_t recvTimeOut;
 };
 
+// The device-API cipher parameters and the storage key and IV ("Encrypt").
 struct tagEncryptInfo {
   uint8_t level;              // device-API encryption level
   uint16_t iterations;        // device-API key-derivation iterations
@@ -48,6 +54,8 @@ struct tagEncryptInfo {
   char wbaesIV[18];              // the 16 characters used as white-box IV bytes
 };
 
+// The private configuration of "PrivateConfig.xml" and the white-box
+// key material (see the top of this file).
 class OXCFG_API CPrivateCfg {
  public:
   static constexpr int kKeyMaterialSize = 244;

@@ -20,6 +20,8 @@
 
 namespace OxConfigMgr {
 
+// The storage credentials made at start, in memory only (see the top of
+// this file).
 class OXCFG_API CStorageConfig {
  public:
   CStorageConfig();

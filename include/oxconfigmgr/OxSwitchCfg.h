@@ -46,6 +46,8 @@ class OXCFG_API CEventSubCfg {
 class OXCFG_API CMetadataCfg {
  public:
   CMetadataCfg();
+  // Load, change and read the switch, with the results of
+  // CEventSubCfg::loadFile, updateCfg and getCfg.
   int loadFile();
   int updateCfg(int value);
   int getCfg(int& value) const;
@@ -59,6 +61,8 @@ class OXCFG_API CMetadataCfg {
 class OXCFG_API CWispListenCfg {
  public:
   CWispListenCfg();
+  // Load, change and read the switch, with the results of
+  // CEventSubCfg::loadFile, updateCfg and getCfg.
   int loadFile();
   int updateCfg(int value);
   int getCfg(int& value) const;

@@ -19,6 +19,7 @@
 
 namespace OxConfigMgr {
 
+// The clock and time zone of the appliance (see the top of this file).
 class OXCFG_API CTimeCfg {
  public:
   CTimeCfg();
