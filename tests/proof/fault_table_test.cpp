@@ -9,6 +9,11 @@
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
+#include <openssl/evp.h>
+#include <openssl/pem.h>
+#include <sys/stat.h>
+
+#include <cstdio>
 #include <functional>
 #include <initializer_list>
 #include <set>
@@ -61,6 +66,26 @@ class FaultTableTest : public oxtest::WorkDirTest {
     oxtest::copyFactory(dir());
     ASSERT_EQ(OX_ConfigMgr_Start(), 1);
     ASSERT_TRUE(arc_.loadFile());
+    ASSERT_EQ(alarm_.loadFile(), 1);
+    ASSERT_EQ(host_.loadFile(), 1);
+    ASSERT_EQ(::mkdir(path("nginx").c_str(), 0755), 0);
+    ASSERT_EQ(::mkdir(path("nginx/conf").c_str(), 0755), 0);
+    cert_ = OX_ConfigMgr_GetOpenSSLCert();
+    ASSERT_TRUE(cert_);
+    ASSERT_EQ(cert_->generateRSA(2048, cert_->getCertKeyPath().c_str(),
+                                 reinterpret_cast<const unsigned char*>("pw-start"), 8),
+              0);
+  }
+  // The key password file, and whether the key file opens with it.
+  std::string keyState() {
+    const std::string pass = oxtest::readFile(path("nginx/conf/key.pass"));
+    FILE* f = std::fopen(path("nginx/conf/cert.key").c_str(), "r");
+    if (!f) return pass + "<no key>";
+    EVP_PKEY* key = PEM_read_PrivateKey(f, nullptr, nullptr, const_cast<char*>(pass.c_str()));
+    std::fclose(f);
+    if (!key) return pass + "<key does not open with it>";
+    EVP_PKEY_free(key);
+    return pass;
   }
   std::string value(const char* file, std::initializer_list<const char*> walk) {
     return oxproof::xmlValue(path(file), walk);
@@ -144,6 +169,48 @@ class FaultTableTest : public oxtest::WorkDirTest {
            return std::to_string(cnf.sg.sgPort);
          },
          Memory::kTakesNewValue, 0, {9}},
+        {"CAlarmMonitorCfg::setAlarmMonitorCfg", "Config.xml",
+         [this](int n) {
+           tagAlarmMonitorCnf cnf;
+           alarm_.getAlarmMonitorCfg(cnf);
+           std::snprintf(cnf.token, sizeof cnf.token, "token-%d", n);
+           return alarm_.setAlarmMonitorCfg(cnf);
+         },
+         [=] { return value("Config.xml", {"Config", "AlarmMonitor", "token"}); },
+         [](int n) { return "token-" + std::to_string(n); },
+         [this] {
+           tagAlarmMonitorCnf cnf;
+           alarm_.getAlarmMonitorCfg(cnf);
+           return std::string(cnf.token);
+         },
+         Memory::kTakesNewValue, 0, {9}},
+        {"CHttpHostCfg::setHttpHostInfo", "Config.xml",
+         [this](int n) {
+           tagHttpHostInfo info;
+           host_.getHttpHostInfo(info);
+           info.port = 1000 + n;
+           std::snprintf(info.ip, sizeof info.ip, "192.0.2.1");
+           std::snprintf(info.url, sizeof info.url, "/notify");
+           return host_.setHttpHostInfo(info);
+         },
+         [=] {
+           return value("Config.xml", {"Config", "HttpHostNotificationList", "HttpHostNotification", "Port"});
+         },
+         [](int n) { return std::to_string(1000 + n); },
+         [this] {
+           tagHttpHostInfo info;
+           host_.getHttpHostInfo(info);
+           return std::to_string(info.port);
+         },
+         Memory::kFollowsFile, 0, {2, 3}},
+        {"COpenSSLCertificate::saveRSAKey", "nginx/conf/key.pass",
+         [this](int n) {
+           const std::string pw = "pw-" + std::to_string(n);
+           return cert_->saveRSAKey(cert_->getCertKeyPath().c_str(),
+                                    reinterpret_cast<const unsigned char*>(pw.c_str()));
+         },
+         [this] { return keyState(); }, [](int n) { return "pw-" + std::to_string(n); },
+         [] { return std::string(); }, Memory::kNone, 0, {512}},
         {"CMaintain::WriteLog4j", "log4cxx.properties",
          [=](int n) {
            std::string p = propsPath;
@@ -161,6 +228,9 @@ class FaultTableTest : public oxtest::WorkDirTest {
   }
 
   OxConfigMgr::CARCCfg arc_;
+  OxConfigMgr::CAlarmMonitorCfg alarm_;
+  OxConfigMgr::CHttpHostCfg host_;
+  std::shared_ptr<OxConfigMgr::COpenSSLCertificate> cert_;
 };
 
 TEST_F(FaultTableTest, EveryWriterAtEveryStageLeavesOldOrNewFileAndTellsTheTruth) {
@@ -190,6 +260,7 @@ TEST_F(FaultTableTest, EveryWriterAtEveryStageLeavesOldOrNewFileAndTellsTheTruth
       const bool isOld = after == before && oxtest::readFile(path(w.file)) == beforeText;
       EXPECT_TRUE(isNew || isOld) << "file holds " << after;
       EXPECT_TRUE(oxproof::temporaries(dir()).empty()) << oxproof::temporaries(dir())[0];
+      EXPECT_TRUE(oxproof::temporaries(path("nginx/conf")).empty()) << oxproof::temporaries(path("nginx/conf"))[0];
       EXPECT_EQ(oxtest::fileMode(path(w.file)), modeBefore);
       if (isNew) {
         EXPECT_EQ(result, w.success) << "the new file landed";
@@ -215,7 +286,7 @@ TEST_F(FaultTableTest, EveryWriterAtEveryStageLeavesOldOrNewFileAndTellsTheTruth
       EXPECT_EQ(w.inFile(), w.expected(n));
     }
   }
-  EXPECT_EQ(cases, 10 * 8);
+  EXPECT_EQ(cases, 13 * 8);
 }
 
 // The carry-over of an upgrade's backup: a merge that fails at any stage
@@ -252,6 +323,62 @@ TEST_F(FaultTableTest, CarryOverFailingAtEveryStageKeepsTheBackup) {
     EXPECT_FALSE(oxtest::fileExists(path("QAPIConfig_Backup.xml")));
     oxtest::copyFactory(dir());
   }
+}
+
+}  // namespace
+
+namespace {
+
+// An import failing at every stage of every file it writes: the XML files
+// go back together (or all are new when the import reports success), no
+// temporary or staging file stays, and the directory still starts.
+TEST_F(FaultTableTest, ImportFailingAtEveryStageRollsBackOrCompletes) {
+  ASSERT_EQ(::symlink("/usr/bin/7za", path("7za").c_str()), 0);
+  const std::string password = "Fault#Import-pw";
+  auto basic = OX_ConfigMgr_GetBasicCfg();
+  auto qapi = OX_ConfigMgr_GetQAPICfg();
+  auto io = OX_ConfigMgr_GetCfgImportAndExport();
+  ASSERT_EQ(basic->setProductName("imported"), 0);
+  ASSERT_EQ(qapi->setQAPIParam(0), 0);
+  std::string archive;
+  ASSERT_EQ(io->exportConfigData(archive, password), 0);
+  // Each stage fails once: at the first file, then at the second, and so
+  // on, until the import gets through.
+  int runs = 0;
+  for (const Stage& stage : kStages) {
+   for (int skip = 0; skip < 40; ++skip) {
+    SCOPED_TRACE(std::string(stage.name) + " after " + std::to_string(skip));
+    ++runs;
+    ASSERT_EQ(basic->setProductName("live"), 0);
+    ASSERT_EQ(qapi->setQAPIParam(1), 0);
+    oxtest::writeFile(path("configurationIn.zip"), archive);
+    int result;
+    {
+      FaultEnv fault;
+      fault.failOnce(stage.op, EIO, skip);
+      oxtest::ScopedEnv scoped(&fault);
+      result = io->importConfigData(password);
+    }
+    ::unlink(path("configurationIn.zip").c_str());
+    const std::string name = value("Config.xml", {"Config", "BasicInfo", "Name"});
+    const std::string enable = value("QAPIConfig.xml", {"Config", "QAPIConfig", "Enable"});
+    EXPECT_TRUE(oxproof::parses(path("PrivateConfig.xml")));
+    if (result == 0) {
+      EXPECT_EQ(name, "imported");
+      EXPECT_EQ(enable, "0");
+    } else {
+      EXPECT_TRUE(result == 9 || result == 258) << result;
+      EXPECT_EQ(name, "live") << "result " << result;
+      EXPECT_EQ(enable, "1") << "result " << result;
+    }
+    EXPECT_TRUE(oxproof::temporaries(dir()).empty()) << oxproof::temporaries(dir())[0];
+    EXPECT_FALSE(oxtest::fileExists(path("configuration")));
+    oxproof::Child start({"start", dir()}, path("child.err"));
+    EXPECT_TRUE(start.waitStarted(60000) && start.exitedWith(0)) << oxtest::readFile(path("child.err"));
+    if (result == 0) break;
+   }
+  }
+  RecordProperty("imports", runs);
 }
 
 }  // namespace
