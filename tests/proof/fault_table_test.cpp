@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "proof/proof_support.h"
+#include "system/time_support.h"
 #include "support/test_support.h"
 
 namespace {
@@ -379,6 +380,55 @@ TEST_F(FaultTableTest, ImportFailingAtEveryStageRollsBackOrCompletes) {
    }
   }
   RecordProperty("imports", runs);
+}
+
+}  // namespace
+
+namespace {
+
+// The time-zone link: made under a temporary name and renamed over the old
+// one. Failing to make it, to rename it or to sync its directory leaves the
+// old link or the new one, and no temporary link.
+class ZoneLinkFaultTest : public oxtest::TimeTest {};
+
+TEST_F(ZoneLinkFaultTest, EveryStageLeavesTheOldLinkOrTheNewOne) {
+  ASSERT_TRUE(installZone("Etc/GMT-8") && installZone("Etc/GMT-9"));
+  const std::string link = path("etc/localtime");
+  ASSERT_EQ(::symlink(zoneFile("Etc/GMT-9").c_str(), link.c_str()), 0);
+  OxConfigMgr::CTimeCfg time;
+  struct Case {
+    const char* name;
+    std::function<void(oxtest::FaultEnv&)> arm;
+  };
+  const std::vector<Case> cases = {
+      {"symlink", [this](oxtest::FaultEnv&) { env_->failSymlink = true; }},
+      {"rename", [](oxtest::FaultEnv& f) { f.failOn(oxtest::FaultEnv::kRename, EACCES); }},
+      {"syncdir", [](oxtest::FaultEnv& f) { f.failOn(oxtest::FaultEnv::kSyncDir, EIO); }},
+  };
+  int n = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const bool east8 = ++n % 2 == 1;
+    const std::string before = linkTarget(link);
+    const std::string wanted = zoneFile(east8 ? "Etc/GMT-8" : "Etc/GMT-9");
+    ASSERT_NE(before, wanted);
+    int result;
+    {
+      oxtest::FaultEnv fault;
+      c.arm(fault);
+      oxtest::ScopedEnv scoped(&fault);
+      result = time.setLocalTime(east8 ? "2024-05-01T08:30:00+08:00" : "2024-05-01T08:30:00+09:00");
+    }
+    env_->failSymlink = false;
+    const std::string after = linkTarget(link);
+    EXPECT_TRUE(after == before || after == wanted) << after;
+    EXPECT_EQ(result, after == wanted ? 0 : 9);
+    for (const std::string& name : oxtest::listDir(path("etc"))) EXPECT_EQ(name, "localtime");
+    if (after == before) {
+      // Set it the other way for the next case.
+      ASSERT_EQ(time.setLocalTime(east8 ? "2024-05-01T08:30:00+08:00" : "2024-05-01T08:30:00+09:00"), 0);
+    }
+  }
 }
 
 }  // namespace
