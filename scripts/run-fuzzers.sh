@@ -37,6 +37,10 @@ for name in "${targets[@]}"; do
     tail -60 "$work/log"
     status=1
     crashed=1
+    # Keep the inputs that crashed it for reproduction.
+    mkdir -p "$build/crashes/$name"
+    cp "$work"/crash-* "$work"/leak-* "$work"/timeout-* "$work"/oom-* "$build/crashes/$name"/ 2>/dev/null || true
+    echo "fuzz: crashing inputs kept in $build/crashes/$name"
   fi
   execs=$(grep -Eo 'stat::number_of_executed_units: *[0-9]+' "$work/log" | grep -Eo '[0-9]+$' | tail -1 || true)
   execs=${execs:-0}
