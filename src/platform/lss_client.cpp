@@ -290,6 +290,9 @@ bool LssObjectPath(const std::string& origin, const char* url, std::string* path
       return false;
     }
   }
+  // Encoding lengthens the text: the address actually requested must keep
+  // to the same limit, or it would be one this function itself refuses.
+  if (origin.size() + out.size() > kMaxUrlLength) return false;
   *path = out;
   return true;
 }

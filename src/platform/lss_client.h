@@ -99,7 +99,8 @@ namespace OxBase {
 // other address: another scheme, host, port or user part, a query or
 // fragment, an empty, "." or ".." segment, a bad or control-character escape,
 // any character outside a path segment's own set, or more than 8192
-// characters. Pure; for the client and its tests.
+// characters, before or after the encoding. Pure; for the client and its
+// tests.
 bool LssObjectPath(const std::string& origin, const char* url, std::string* path);
 
 }  // namespace OxBase

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 #include <sys/types.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -88,6 +89,14 @@ class FaultEnv : public OxBase::EnvWrapper {
     op_ = op;
     errno_ = err;
   }
+  // Lets the first `skip` operations of that kind succeed, fails the next
+  // one only, and lets the rest succeed again: a passing failure at a later
+  // file of a multi-file change, which its roll-back can then repair.
+  void failOnce(Op op, int err, int skip) {
+    failOn(op, err);
+    skip_ = skip;
+    once_ = true;
+  }
   int Open(const std::string& p, int f, mode_t m) override;
   ssize_t Write(int fd, const void* d, size_t n) override;
   int Fsync(int fd) override;
@@ -98,8 +107,11 @@ class FaultEnv : public OxBase::EnvWrapper {
 
  private:
   bool fails(Op op);
+  bool skipped();
   Op op_ = kNone;
   int errno_ = 0;
+  std::atomic<int> skip_{0};
+  bool once_ = false;
 };
 
 // Number of descriptors open in this process.
