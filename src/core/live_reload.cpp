@@ -4,6 +4,8 @@
 #include <exception>
 #include <map>
 
+#include <oxconfigmgr/OxAlarmMonitorCfg.h>
+#include <oxconfigmgr/OxBasicCfg.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 
@@ -54,6 +56,10 @@ std::atomic<LiveReload*> s_made{nullptr};
 const ReloadRow* reloadRows(size_t* count) {
   using M = CInstanceMgr;
   static const ReloadRow kRows[] = {
+      {"Config.xml", "CBasicCfg",
+       [](M& m) { return reloadSlot(m.getBasicCfg(), [](CBasicCfg& o) { return o.reloadFile() == 1; }); }},
+      {"Config.xml", "CAlarmMonitorCfg",
+       [](M& m) { return reloadSlot(m.getAlarmMonitorCfg(), [](CAlarmMonitorCfg& o) { return o.reloadFile() == 1; }); }},
       {"Config.xml", "CNetworkCfg",
        [](M& m) { return reloadSlot(m.getNetworkCfg(), [](CNetworkCfg& o) { return o.reloadFile(); }); }},
       {"Config.xml", "CEventSubCfg",

@@ -107,6 +107,7 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
   otherProcess({"set", "eventsub", subBefore ? "off" : "on"});
   otherProcess({"set", "qapi", qapiBefore ? "off" : "on"});
   otherProcess({"set", "httphost", "--ip", "10.1.2.3", "--port", "8088"});
+  otherProcess({"set", "product-name", "Gate 9"});
   EXPECT_TRUE(eventually([&] { return net->getExtHttpPort() == 30006; }));
   EXPECT_TRUE(eventually([&] {
     int v = -1;
@@ -119,6 +120,9 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
     host->getHttpHostInfo(info);
     return info.port == 8088 && std::string(info.ip) == "10.1.2.3";
   }));
+
+  std::shared_ptr<OxConfigMgr::CBasicCfg> basic = OX_ConfigMgr_GetBasicCfg();
+  EXPECT_TRUE(eventually([&] { return std::string(basic->getProductName()) == "Gate 9"; }));
 
   // Off again: the next change is not taken.
   ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(0), 1);
