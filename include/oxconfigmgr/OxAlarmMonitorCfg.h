@@ -41,6 +41,11 @@ class OXCFG_API CAlarmMonitorCfg {
   // written back. 1, or 0 when the file cannot be read, an element is
   // missing or the new token cannot be written. Not thread-safe: run once.
   int loadFile();
+  // Reads "Enable" and a non-empty "token" again from a "Config.xml" that
+  // another process replaced: memory only, no token made, nothing written.
+  // 1, or 0 with memory untouched when the file does not parse or the
+  // section lacks "Enable".
+  int reloadFile();
   // Copies the record into `out`; returns 0.
   int getAlarmMonitorCfg(tagAlarmMonitorCnf& out) const;
   // Replaces the record with `in` (token cut to 64 characters), then writes

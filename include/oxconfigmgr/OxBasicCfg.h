@@ -37,6 +37,10 @@ class OXCFG_API CBasicCfg {
   // fields read before a failure keep their new values. Not thread-safe: run
   // once, before the object is shared.
   int loadFile();
+  // Reads the product name again from a "Config.xml" that another process
+  // replaced: memory only, nothing written, no identifier made. 1, or 0 with
+  // memory untouched when the file does not parse or lacks "Name".
+  int reloadFile();
 
   // Name of the running operating system ("PRETTY_NAME" of the os-release
   // file), at most 128 characters.

@@ -71,9 +71,48 @@ OXCFG_API int OX_ConfigMgr_Init(void);
 // before any other thread uses the getters.
 OXCFG_API int OX_ConfigMgr_Start(void);
 
-// Do nothing (objects live until the library is unloaded); return 1.
+// Stop live reload when it is on (see below); nothing else (objects live
+// until the library is unloaded). Return 1; 0 only when called from a reload
+// callback, where nothing is stopped.
 OXCFG_API int OX_ConfigMgr_Stop(void);
 OXCFG_API int OX_ConfigMgr_Uninit(void);
+
+// ---- live reload (off unless a host switches it on) -------------------------
+//
+// With live reload on, one thread of the library watches the working
+// directory (the one in force when it is switched on). When another process
+// replaces a configuration file, the objects that read it take the file's
+// values in memory, in place: handles the host already holds answer the new
+// values, each getter one whole old or new value. A reload never writes a
+// file and never runs an upgrade's carry-over; this process's own writes do
+// not trigger one. A burst of replacements costs one reload per object. A
+// file that does not parse (a hand edit in progress) leaves the values in
+// memory as they were and is logged once; the next good version is taken.
+// Files reloaded: "Config.xml" (product name, alarm monitor, network ports
+// and mapping switches, event subscription, metadata, Wisp listening and
+// HTTP host notification) and "QAPIConfig.xml".
+
+// 1 switches it on (returns 1, or 0 when the directory cannot be watched,
+// logged), 0 switches it off (returns 1). Thread-safe. Switching off, Stop
+// and Uninit wait for a reload under way and for a running callback, so
+// they must not be called from a callback (they then return 0).
+OXCFG_API int OX_ConfigMgr_EnableLiveReload(int on);
+
+// Called after the objects of a replaced file took its values, once per file
+// per burst, with the file's name ("Config.xml") and the context given at
+// registration. It runs on a thread of the library, one call at a time, after
+// the reload; a slow callback delays later callbacks, never the reloads. In
+// it the host may call getters and setters and add or remove callbacks; it
+// must not switch live reload off or call Stop or Uninit. An exception that
+// leaves it is caught and logged; the reloads go on.
+typedef void (*OX_ConfigMgr_ReloadCallback)(const char* fileName, void* context);
+// 1, or 0 for a null callback. The same pair may be added more than once
+// (then called as often).
+OXCFG_API int OX_ConfigMgr_AddReloadCallback(OX_ConfigMgr_ReloadCallback callback, void* context);
+// Removes one registration of the pair: 1, or 0 when there is none. When it
+// returns (from another thread than the callback's), the callback is not
+// running and will not be called again, so the context may be freed.
+OXCFG_API int OX_ConfigMgr_RemoveReloadCallback(OX_ConfigMgr_ReloadCallback callback, void* context);
 
 }  // extern "C"
 

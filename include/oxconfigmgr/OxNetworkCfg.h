@@ -73,6 +73,14 @@ class OXCFG_API CNetworkCfg {
   // gives 30 seconds and 3 misses. Reads at most 16 "Addr" entries. False
   // when "Config.xml" cannot be read or written back. Not for concurrent use.
   bool loadFile();
+  // Reads the ports, numbers and mapping switches of the "Network" section
+  // again from a "Config.xml" that another process replaced, and publishes
+  // them to the lock-free getters: memory only, nothing written, no legacy
+  // clean-up. Absent elements keep their values; the address table (kept by
+  // the adapter refresh) and the alarm port type are left alone. False, with
+  // memory untouched, when the file does not parse. Thread-safe against the
+  // getters; serialised by the caller against other reloads.
+  bool reloadFile();
 
   // ---- ports and switches (memory, lock-free) ------------------------------
   uint16_t getHttpPort() const;

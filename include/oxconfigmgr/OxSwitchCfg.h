@@ -36,6 +36,11 @@ class OXCFG_API CEventSubCfg {
   int updateCfg(int value);
   // Copies the switch into `value`; returns 0.
   int getSubCfg(int& value) const;
+  // Reads the switch again from a "Config.xml" that another process
+  // replaced: memory only, nothing written (a missing section gives the
+  // default the start would write). 1, or 0 with memory untouched when the
+  // file does not parse.
+  int reloadFile();
 
  private:
   std::atomic<int> m_enable;
@@ -51,6 +56,8 @@ class OXCFG_API CMetadataCfg {
   int loadFile();
   int updateCfg(int value);
   int getCfg(int& value) const;
+  // As CEventSubCfg::reloadFile.
+  int reloadFile();
 
  private:
   std::atomic<int> m_enable;
@@ -66,6 +73,8 @@ class OXCFG_API CWispListenCfg {
   int loadFile();
   int updateCfg(int value);
   int getCfg(int& value) const;
+  // As CEventSubCfg::reloadFile.
+  int reloadFile();
 
  private:
   std::atomic<int> m_enable;
@@ -88,6 +97,11 @@ class OXCFG_API CQAPICfg {
   // Writes "Enable" (setFile), then keeps the value. 0, or 3 when the file
   // could not be read, lacks "Enable" or could not be written.
   int setQAPIParam(int value);
+  // Reads "Enable" and "Mode" again from a "QAPIConfig.xml" that another
+  // process replaced: memory only, no carry-over, nothing written or logged.
+  // 1, or 0 with memory untouched when the file does not parse or lacks
+  // one of the elements.
+  int reloadFile();
   // Writes the decimal text of `value` as "Enable", memory untouched. 1 on
   // success, 0 on failure.
   int setFile(int value);

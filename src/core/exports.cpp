@@ -5,6 +5,7 @@
 #include <exception>
 
 #include "core/instance_mgr.h"
+#include "core/live_reload.h"
 #include "platform/osl.h"
 #include "platform/xlog.h"
 
@@ -28,9 +29,40 @@ OXCFG_API int OX_ConfigMgr_Start(void) {
   return 0;
 }
 
-OXCFG_API int OX_ConfigMgr_Stop(void) { return 1; }
+OXCFG_API int OX_ConfigMgr_Stop(void) {
+  try {
+    OxConfigMgr::LiveReload* live = OxConfigMgr::LiveReload::IfMade();
+    return live ? live->stop() : 1;
+  } catch (...) {
+    return 1;
+  }
+}
 
-OXCFG_API int OX_ConfigMgr_Uninit(void) { return 1; }
+OXCFG_API int OX_ConfigMgr_Uninit(void) { return OX_ConfigMgr_Stop(); }
+
+OXCFG_API int OX_ConfigMgr_EnableLiveReload(int on) {
+  try {
+    return OxConfigMgr::LiveReload::Instance().enable(on != 0);
+  } catch (...) {
+    return 0;
+  }
+}
+
+OXCFG_API int OX_ConfigMgr_AddReloadCallback(OX_ConfigMgr_ReloadCallback callback, void* context) {
+  try {
+    return OxConfigMgr::LiveReload::Instance().addCallback(callback, context);
+  } catch (...) {
+    return 0;
+  }
+}
+
+OXCFG_API int OX_ConfigMgr_RemoveReloadCallback(OX_ConfigMgr_ReloadCallback callback, void* context) {
+  try {
+    return OxConfigMgr::LiveReload::Instance().removeCallback(callback, context);
+  } catch (...) {
+    return 0;
+  }
+}
 
 }  // extern "C"
 

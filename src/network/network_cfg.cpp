@@ -227,6 +227,35 @@ bool CNetworkCfg::loadFile() {
   }
 }
 
+bool CNetworkCfg::reloadFile() {
+  try {
+    CXmlBase xml;
+    if (readConfigFile(xml) != 1) return false;
+    // The steps of loadFile run on a scratch object that starts from the
+    // values in force (absent elements keep them) and from switches off (as
+    // at a first load); only then is every value published, each atomically.
+    CNetworkCfg fresh;
+    for (int id = 0; id < Field::kCount; ++id) {
+      const Field& f = Field::get(static_cast<Field::Id>(id));
+      if (f.kind == Field::kPort || f.kind == Field::kInt) f.store(fresh, f.read(*this));
+    }
+    if (enter(xml, "Config")) {
+      if (enter(xml, "Network")) {
+        Loader::readNumbers(fresh, xml);
+        Loader::readPortMapping(fresh, xml);
+        Loader::defaultHeartbeat(fresh, xml);
+      }
+    }
+    for (int id = 0; id < Field::kCount; ++id) {
+      const Field& f = Field::get(static_cast<Field::Id>(id));
+      if (f.kind != Field::kType) f.store(*this, f.read(fresh));
+    }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
 // ---- getters ------------------------------------------------------------------
 
 uint16_t CNetworkCfg::getHttpPort() const { return loadRelaxed(httpPort); }

@@ -28,6 +28,19 @@ struct AdapterAddress {
   std::vector<std::string> ipv4;  // dotted IPv4 texts, in enumeration order
 };
 
+// One change seen in a watched directory (see Env::OpenDirWatch).
+struct DirEvent {
+  enum Kind : uint32_t {
+    kWritten = 1,    // a writer closed the file it had open for writing
+    kMovedIn = 2,    // a file was renamed to this name (an atomic replace)
+    kMovedOut = 4,   // a file of this name was renamed away
+    kOverflow = 8,   // events were lost; the name is empty
+  };
+  std::string name;     // the file's name inside the directory, no slash
+  uint32_t kind = 0;    // one Kind
+  uint32_t cookie = 0;  // equal for the kMovedOut and kMovedIn of one rename
+};
+
 struct CommandResult {
   int exitCode = -1;   // exit status; -1 when the program could not be run
   std::string output;  // captured standard output (and standard error)
@@ -102,6 +115,20 @@ class Env {
   virtual std::string ZoneInfoRoot();   // "/usr/share/zoneinfo/"
   virtual std::string LocalTimePath();  // "/etc/localtime"
   virtual std::string OsReleasePath();  // "/etc/os-release"
+
+  // --- directory watch --------------------------------------------------------
+  // Starts watching the files of `dir` (not below it) for closed writes and
+  // renames in and out. Returns a handle (>= 0) or -1 with errno set.
+  virtual int OpenDirWatch(const std::string& dir);
+  // Waits up to `timeoutMillis` (-1: no limit) for events of `handle` and
+  // appends them to `out` in the order they happened. Returns the number
+  // appended; 0 after the time-out or a WakeDirWatch; -1 on failure (errno).
+  virtual int ReadDirWatch(int handle, int timeoutMillis, std::vector<DirEvent>* out);
+  // Makes a ReadDirWatch of `handle` that waits (or the next one) return 0
+  // at once. Callable from any thread, also from a signal-free exit path.
+  virtual void WakeDirWatch(int handle);
+  // Ends the watch; the handle is invalid afterwards.
+  virtual void CloseDirWatch(int handle);
 };
 
 // Forwards every call to a target Env; tests override only what they inject.
@@ -139,6 +166,12 @@ class EnvWrapper : public Env {
   std::string ZoneInfoRoot() override { return target_->ZoneInfoRoot(); }
   std::string LocalTimePath() override { return target_->LocalTimePath(); }
   std::string OsReleasePath() override { return target_->OsReleasePath(); }
+  int OpenDirWatch(const std::string& d) override { return target_->OpenDirWatch(d); }
+  int ReadDirWatch(int h, int t, std::vector<DirEvent>* out) override {
+    return target_->ReadDirWatch(h, t, out);
+  }
+  void WakeDirWatch(int h) override { target_->WakeDirWatch(h); }
+  void CloseDirWatch(int h) override { target_->CloseDirWatch(h); }
 
  private:
   Env* target_;

@@ -74,6 +74,20 @@ int CAlarmMonitorCfg::loadFile() try {
   return 0;
 }
 
+int CAlarmMonitorCfg::reloadFile() try {
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 0;
+  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return 0;
+  if (!xml.FindElem("Enable")) return 0;
+  tagAlarmMonitorCnf cfg = m_state->cfg.load();
+  cfg.enable = std::strcmp(xml.GetData(), "1") == 0 ? 1 : 0;
+  if (xml.FindElem("token") && xml.GetData()[0] != '\0') copyToken(cfg, xml.GetData());
+  m_state->cfg.store(cfg);
+  return 1;
+} catch (...) {
+  return 0;
+}
+
 int CAlarmMonitorCfg::getAlarmMonitorCfg(tagAlarmMonitorCnf& out) const {
   m_state->cfg.load(out);
   return 0;

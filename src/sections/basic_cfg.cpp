@@ -125,6 +125,16 @@ int CBasicCfg::loadFile() try {
   return 0;
 }
 
+int CBasicCfg::reloadFile() try {
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 0;
+  if (!xmlWalk(xml, {"Config", "BasicInfo", "Name"})) return 0;
+  m_productName.store(m_names->intern(xml.GetData()), std::memory_order_release);
+  return 1;
+} catch (...) {
+  return 0;
+}
+
 const char* CBasicCfg::getOperatingSystem() const { return m_operatingSystem; }
 const char* CBasicCfg::getProductName() const {
   return m_productName.load(std::memory_order_acquire);

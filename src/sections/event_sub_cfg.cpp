@@ -13,6 +13,8 @@ CEventSubCfg::CEventSubCfg() : m_enable(0) {}
 
 int CEventSubCfg::loadFile() { return sections::loadSwitch(kSection, m_enable); }
 
+int CEventSubCfg::reloadFile() { return sections::reloadSwitch(kSection, m_enable); }
+
 int CEventSubCfg::updateCfg(int value) { return sections::updateSwitch(kSection, value, m_enable); }
 
 int CEventSubCfg::getSubCfg(int& value) const {

@@ -13,6 +13,8 @@ CMetadataCfg::CMetadataCfg() : m_enable(0) {}
 
 int CMetadataCfg::loadFile() { return sections::loadSwitch(kSection, m_enable); }
 
+int CMetadataCfg::reloadFile() { return sections::reloadSwitch(kSection, m_enable); }
+
 int CMetadataCfg::updateCfg(int value) { return sections::updateSwitch(kSection, value, m_enable); }
 
 int CMetadataCfg::getCfg(int& value) const {

@@ -21,27 +21,42 @@ int modeFromText(const char* text) {
   return 0;
 }
 
+// Reads both values of the file: 1; 0 when the file does not load; -1 when
+// an element is missing.
+int readQAPIFile(int& enable, int& mode) {
+  OxBase::CXmlBase xml;
+  if (xml.LoadFile(getQAPIConfigFilePath()) != 1) return 0;
+  if (!xmlWalk(xml, {"Config", "QAPIConfig"}) || !xml.IntoElem()) return -1;
+  if (!xml.FindElem("Enable")) return -1;
+  enable = OSL_Atoi32(xml.GetData());
+  if (!xml.FindElem("Mode")) return -1;
+  mode = modeFromText(xml.GetData());
+  return 1;
+}
+
 }  // namespace
 
 CQAPICfg::CQAPICfg() : m_enable(0), m_mode(0) {}
 
+// Both values or neither: a file without "Mode" leaves memory as it was.
 int CQAPICfg::loadFile() try {
   copyBackupConfig();
-  OxBase::CXmlBase xml;
-  if (xml.LoadFile(getQAPIConfigFilePath()) != 1) {
-    OXLOG(5, "[%s(%d)] QAPIConfig.xml file is not exist");
-    return 0;
-  }
-  if (!xmlWalk(xml, {"Config", "QAPIConfig"}) || !xml.IntoElem()) return 0;
-  // Both values or neither: a file without "Mode" leaves memory as it was.
-  if (!xml.FindElem("Enable")) return 0;
-  const int enable = OSL_Atoi32(xml.GetData());
-  if (!xml.FindElem("Mode")) return 0;
-  const int mode = modeFromText(xml.GetData());
+  int enable = 0, mode = 0;
+  const int read = readQAPIFile(enable, mode);
+  if (read == 0) OXLOG(5, "[%s(%d)] QAPIConfig.xml file is not exist");
+  if (read != 1) return 0;
   m_enable.store(enable);
   m_mode.store(mode);
-  xml.OutOfElem();
-  xml.OutOfElem();
+  return 1;
+} catch (...) {
+  return 0;
+}
+
+int CQAPICfg::reloadFile() try {
+  int enable = 0, mode = 0;
+  if (readQAPIFile(enable, mode) != 1) return 0;
+  m_enable.store(enable);
+  m_mode.store(mode);
   return 1;
 } catch (...) {
   return 0;

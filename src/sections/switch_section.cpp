@@ -34,6 +34,24 @@ int loadSwitch(const SwitchSection& section, std::atomic<int>& enable) try {
   return 0;
 }
 
+int reloadSwitch(const SwitchSection& section, std::atomic<int>& enable) try {
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 0;
+  if (!xml.FindElem("Config") || !xml.IntoElem()) return 0;
+  int value = section.defaultValue;
+  if (xml.FindElem(section.name)) {
+    value = 0;
+    if (xml.IntoElem()) {
+      if (xml.FindElem("Enable")) value = OSL_Atoi32(xml.GetData());
+      xml.OutOfElem();
+    }
+  }
+  enable.store(value != 0 ? 1 : 0);
+  return 1;
+} catch (...) {
+  return 0;
+}
+
 int updateSwitch(const SwitchSection& section, int value, std::atomic<int>& enable) try {
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;

@@ -21,6 +21,12 @@ struct SwitchSection {
 // or 0 when "Config.xml" or its "Config" element cannot be read.
 int loadSwitch(const SwitchSection& section, std::atomic<int>& enable);
 
+// The same read for a file another process replaced: memory only, no lock
+// of the file and nothing written (a missing section gives the default).
+// Returns 1, or 0 with `enable` untouched when the file or its "Config"
+// element cannot be read.
+int reloadSwitch(const SwitchSection& section, std::atomic<int>& enable);
+
 // Writes the switch: an existing "Enable" gets "1" or "0"; a missing section
 // is added under the root element (also when that is not "Config") with the
 // value's decimal text as given; a present section without "Enable" is left

@@ -13,6 +13,8 @@ CWispListenCfg::CWispListenCfg() : m_enable(0) {}
 
 int CWispListenCfg::loadFile() { return sections::loadSwitch(kSection, m_enable); }
 
+int CWispListenCfg::reloadFile() { return sections::reloadSwitch(kSection, m_enable); }
+
 int CWispListenCfg::updateCfg(int value) {
   return sections::updateSwitch(kSection, value, m_enable);
 }

@@ -1,0 +1,386 @@
+// Live reload: values that another process writes reach this one's handles,
+// bursts cost one reload, bad files keep the old values, and the watch thread
+// stops cleanly.
+#include <oxconfigmgr/OxConfigMgr.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "core/live_reload.h"
+#include "sections/sections_fixture.h"
+
+namespace {
+
+using OxBase::DirEvent;
+using OxConfigMgr::LiveReload;
+
+// Waits (up to 10 s, so a loaded machine does not fail the test) for `ready`.
+bool eventually(const std::function<bool()>& ready) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (std::chrono::steady_clock::now() < end) {
+    if (ready()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  return ready();
+}
+
+// Counts the callbacks per file name.
+struct Calls {
+  std::mutex mutex;
+  std::map<std::string, int> perFile;
+  int count(const std::string& file) {
+    std::lock_guard<std::mutex> lock(mutex);
+    return perFile[file];
+  }
+  static void record(const char* file, void* self) {
+    Calls* calls = static_cast<Calls*>(self);
+    std::lock_guard<std::mutex> lock(calls->mutex);
+    ++calls->perFile[file];
+  }
+};
+
+class LiveReloadTest : public oxtest::SectionsTest {
+ protected:
+  void SetUp() override {
+    oxtest::SectionsTest::SetUp();
+    ASSERT_EQ(OX_ConfigMgr_Start(), 1);
+  }
+  void TearDown() override {
+    OX_ConfigMgr_EnableLiveReload(0);
+    OX_ConfigMgr_RemoveReloadCallback(&Calls::record, &calls_);
+    oxtest::SectionsTest::TearDown();
+  }
+  // A writer that is not this library: a whole new file renamed over `name`.
+  void foreignReplace(const std::string& name, const std::string& content) {
+    oxtest::writeFile(path(".foreign"), content);
+    ASSERT_EQ(::rename(path(".foreign").c_str(), path(name).c_str()), 0);
+  }
+  // "Config.xml" with the external HTTP port set to `port`.
+  std::string configWithExtHttpPort(int port) {
+    std::string text = config();
+    const std::string open = "<ExternalPort>";
+    OxBase::CXmlBase xml;
+    EXPECT_EQ(xml.Parse(text.c_str()), 1);
+    EXPECT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "Network", "HTTP", "ExternalPort"}));
+    EXPECT_EQ(xml.ModifyData("ExternalPort", std::to_string(port).c_str()), 1);
+    return xml.ToString();
+  }
+  // Runs oxcfg in the working directory: another process of the gateway.
+  void otherProcess(std::vector<std::string> args) {
+    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
+    const OxBase::CommandResult r = OxBase::Env::Default()->Run(args, "", "");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+  }
+  Calls calls_;
+};
+
+TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
+  std::shared_ptr<OxConfigMgr::CNetworkCfg> net = OX_ConfigMgr_GetNetworkCfg();
+  std::shared_ptr<OxConfigMgr::CEventSubCfg> sub = OX_ConfigMgr_GetEventSubCfg();
+  std::shared_ptr<OxConfigMgr::CQAPICfg> qapi = OX_ConfigMgr_GetQAPICfg();
+  std::shared_ptr<OxConfigMgr::CHttpHostCfg> host = OX_ConfigMgr_GetHttpHostCfg();
+  ASSERT_TRUE(net && sub && qapi && host);
+  int subBefore = 0;
+  sub->getSubCfg(subBefore);
+  const int qapiBefore = qapi->getQAPIParam();
+  const uint16_t portBefore = net->getExtHttpPort();
+
+  // Off (the default): the other process's values stay on disk only.
+  otherProcess({"set", "network", "ext-http-port", "30005"});
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(net->getExtHttpPort(), portBefore);
+
+  // On: every object of both files follows.
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  otherProcess({"set", "network", "ext-http-port", "30006"});
+  otherProcess({"set", "eventsub", subBefore ? "off" : "on"});
+  otherProcess({"set", "qapi", qapiBefore ? "off" : "on"});
+  otherProcess({"set", "httphost", "--ip", "10.1.2.3", "--port", "8088"});
+  otherProcess({"set", "product-name", "Gate 9"});
+  EXPECT_TRUE(eventually([&] { return net->getExtHttpPort() == 30006; }));
+  EXPECT_TRUE(eventually([&] {
+    int v = -1;
+    sub->getSubCfg(v);
+    return v == (subBefore ? 0 : 1);
+  }));
+  EXPECT_TRUE(eventually([&] { return qapi->getQAPIParam() == (qapiBefore ? 0 : 1); }));
+  EXPECT_TRUE(eventually([&] {
+    OxConfigMgr::tagHttpHostInfo info;
+    host->getHttpHostInfo(info);
+    return info.port == 8088 && std::string(info.ip) == "10.1.2.3";
+  }));
+
+  std::shared_ptr<OxConfigMgr::CBasicCfg> basic = OX_ConfigMgr_GetBasicCfg();
+  EXPECT_TRUE(eventually([&] { return std::string(basic->getProductName()) == "Gate 9"; }));
+
+  // Off again: the next change is not taken.
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(0), 1);
+  otherProcess({"set", "network", "ext-http-port", "30007"});
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(net->getExtHttpPort(), 30006);
+}
+
+TEST_F(LiveReloadTest, OwnWritesAreNotReloaded) {
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Calls::record, &calls_), 1);
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  ASSERT_EQ(net->setExtHttpPort(30100), 0u);
+  ASSERT_EQ(OX_ConfigMgr_GetQAPICfg()->setQAPIParam(0), 0);
+  // A foreign change afterwards shows the watch was alive all along.
+  foreignReplace("Config.xml", configWithExtHttpPort(30101));
+  ASSERT_TRUE(eventually([&] { return net->getExtHttpPort() == 30101; }));
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(calls_.count("Config.xml"), 1);
+  EXPECT_EQ(calls_.count("QAPIConfig.xml"), 0);
+}
+
+TEST_F(LiveReloadTest, AFileThatDoesNotParseKeepsTheOldValuesAndIsLoggedOnce) {
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Calls::record, &calls_), 1);
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  const std::string good = configWithExtHttpPort(30200);
+  oxtest::LogCapture log;
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  const uint16_t before = net->getExtHttpPort();
+  foreignReplace("Config.xml", "<Config><Network>half an edit");
+  ASSERT_TRUE(eventually([&] { return log.has(4, "Config.xml does not parse, the values in memory are kept"); }));
+  foreignReplace("Config.xml", "not xml at all");
+  std::this_thread::sleep_for(std::chrono::milliseconds(100));
+  EXPECT_EQ(net->getExtHttpPort(), before);
+  int logged = 0;
+  for (const auto& e : log.entries()) {
+    if (e.text.find("does not parse") != std::string::npos) ++logged;
+  }
+  EXPECT_EQ(logged, 1);
+  EXPECT_EQ(calls_.count("Config.xml"), 0);
+
+  foreignReplace("Config.xml", good);
+  EXPECT_TRUE(eventually([&] { return net->getExtHttpPort() == 30200; }));
+  EXPECT_TRUE(eventually([&] { return calls_.count("Config.xml") == 1; }));
+}
+
+// Events are driven by the test: each batch is what one read of the watch
+// returns.
+class ScriptedWatchEnv : public oxtest::SectionsEnv {
+ public:
+  void push(std::vector<DirEvent> batch) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    batches_.push_back(std::move(batch));
+    cv_.notify_all();
+  }
+  int OpenDirWatch(const std::string&) override { return 7; }
+  int ReadDirWatch(int, int timeoutMillis, std::vector<DirEvent>* out) override {
+    std::unique_lock<std::mutex> lock(mutex_);
+    auto ready = [this] { return woken_ || !batches_.empty(); };
+    if (timeoutMillis < 0) {
+      cv_.wait(lock, ready);
+    } else {
+      cv_.wait_for(lock, std::chrono::milliseconds(timeoutMillis), ready);
+    }
+    if (woken_) {
+      woken_ = false;
+      return 0;
+    }
+    if (batches_.empty()) return 0;
+    std::vector<DirEvent> batch = std::move(batches_.front());
+    batches_.pop_front();
+    out->insert(out->end(), batch.begin(), batch.end());
+    return static_cast<int>(batch.size());
+  }
+  void WakeDirWatch(int) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    woken_ = true;
+    cv_.notify_all();
+  }
+  void CloseDirWatch(int) override { closed = true; }
+  std::atomic<bool> closed{false};
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable cv_;
+  std::deque<std::vector<DirEvent>> batches_;
+  bool woken_ = false;
+};
+
+DirEvent ev(uint32_t kind, const std::string& name, uint32_t cookie = 0) {
+  DirEvent e;
+  e.kind = kind;
+  e.name = name;
+  e.cookie = cookie;
+  return e;
+}
+
+class ScriptedReloadTest : public LiveReloadTest {
+ protected:
+  void SetUp() override {
+    LiveReloadTest::SetUp();
+    scripted_.osReleasePath = env_.osReleasePath;
+    OxBase::Env::Install(&scripted_);
+  }
+  void TearDown() override {
+    OX_ConfigMgr_EnableLiveReload(0);
+    OxBase::Env::Install(&env_);
+    LiveReloadTest::TearDown();
+  }
+  ScriptedWatchEnv scripted_;
+};
+
+TEST_F(ScriptedReloadTest, ABurstCostsOneReloadAndOneCallbackPerFile) {
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Calls::record, &calls_), 1);
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  foreignReplace("Config.xml", configWithExtHttpPort(30300));
+  std::vector<DirEvent> burst;
+  for (int i = 0; i < 5; ++i) burst.push_back(ev(DirEvent::kMovedIn, "Config.xml", 10 + i));
+  burst.push_back(ev(DirEvent::kWritten, "QAPIConfig.xml"));
+  burst.push_back(ev(DirEvent::kMovedIn, "QAPIConfig.xml", 20));
+  oxtest::LogCapture log;
+  scripted_.push(burst);
+  ASSERT_TRUE(eventually([&] { return calls_.count("Config.xml") == 1 && calls_.count("QAPIConfig.xml") == 1; }));
+  EXPECT_EQ(net->getExtHttpPort(), 30300);
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(calls_.count("Config.xml"), 1);
+  int networkReloads = 0;
+  for (const auto& e : log.entries()) {
+    if (e.text.find("CNetworkCfg reloaded from Config.xml") != std::string::npos) ++networkReloads;
+  }
+  EXPECT_EQ(networkReloads, 1);
+
+  // A second burst is a second reload.
+  scripted_.push({ev(DirEvent::kMovedIn, "Config.xml", 30)});
+  EXPECT_TRUE(eventually([&] { return calls_.count("Config.xml") == 2; }));
+}
+
+TEST_F(ScriptedReloadTest, ACallbackThatThrowsOrStopsDoesNotStopTheReloads) {
+  struct Thrower {
+    static void call(const char*, void*) { throw std::runtime_error("host bug"); }
+  };
+  struct Stopper {
+    static void call(const char*, void* result) {
+      static_cast<std::atomic<int>*>(result)->store(OX_ConfigMgr_Stop() * 10 + OX_ConfigMgr_EnableLiveReload(0));
+    }
+  };
+  std::atomic<int> stopResult{-1};
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Thrower::call, nullptr), 1);
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Stopper::call, &stopResult), 1);
+  ASSERT_EQ(OX_ConfigMgr_AddReloadCallback(&Calls::record, &calls_), 1);
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  auto qapi = OX_ConfigMgr_GetQAPICfg();
+  oxtest::LogCapture log;
+  scripted_.push({ev(DirEvent::kMovedIn, "Config.xml", 1)});
+  ASSERT_TRUE(eventually([&] { return calls_.count("Config.xml") == 1; }));
+  EXPECT_EQ(stopResult.load(), 0);  // neither may stop the thread it runs on
+  EXPECT_TRUE(log.has(4, "a reload callback threw for Config.xml"));
+
+  foreignReplace("QAPIConfig.xml",
+                 "<Config><QAPIConfig><Enable>5</Enable><Mode>port</Mode></QAPIConfig></Config>");
+  scripted_.push({ev(DirEvent::kMovedIn, "QAPIConfig.xml", 2)});
+  EXPECT_TRUE(eventually([&] { return calls_.count("QAPIConfig.xml") == 1; }));
+  EXPECT_EQ(qapi->getQAPIParam(), 5);
+  EXPECT_EQ(qapi->getQAPIMode(), 2);
+  EXPECT_EQ(OX_ConfigMgr_RemoveReloadCallback(&Thrower::call, nullptr), 1);
+  EXPECT_EQ(OX_ConfigMgr_RemoveReloadCallback(&Stopper::call, &stopResult), 1);
+  EXPECT_EQ(OX_ConfigMgr_RemoveReloadCallback(&Stopper::call, &stopResult), 0);
+}
+
+TEST_F(ScriptedReloadTest, StopEndsTheWatchAndLaterChangesAreNotTaken) {
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  EXPECT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);  // already on
+  EXPECT_EQ(OX_ConfigMgr_Stop(), 1);
+  EXPECT_TRUE(scripted_.closed.load());
+  EXPECT_FALSE(LiveReload::Instance().running());
+  EXPECT_EQ(OX_ConfigMgr_Uninit(), 1);
+  EXPECT_EQ(OX_ConfigMgr_Stop(), 1);
+  // On again after a stop.
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  EXPECT_TRUE(LiveReload::Instance().running());
+}
+
+TEST(LiveReloadEvents, OnlyForeignReplacementsOfTableFilesCount) {
+  const std::string own = ".Config.xml.tmp." + std::to_string(::getpid()) + ".3";
+  const std::string ownQapi = ".QAPIConfig.xml.tmp." + std::to_string(::getpid()) + ".4";
+  const std::string other = ".Config.xml.tmp." + std::to_string(::getpid() + 1) + ".3";
+  struct Case {
+    const char* what;
+    std::vector<DirEvent> events;
+    std::set<std::string> files;
+  };
+  const Case cases[] = {
+      {"own rename", {ev(DirEvent::kMovedOut, own, 5), ev(DirEvent::kMovedIn, "Config.xml", 5)}, {}},
+      {"other process's rename",
+       {ev(DirEvent::kMovedOut, other, 6), ev(DirEvent::kMovedIn, "Config.xml", 6)},
+       {"Config.xml"}},
+      {"own then foreign",
+       {ev(DirEvent::kMovedOut, ownQapi, 7), ev(DirEvent::kMovedIn, "QAPIConfig.xml", 7),
+        ev(DirEvent::kMovedIn, "QAPIConfig.xml", 8)},
+       {"QAPIConfig.xml"}},
+      {"in-place writer", {ev(DirEvent::kWritten, "Config.xml")}, {"Config.xml"}},
+      {"files no object reloads",
+       {ev(DirEvent::kMovedIn, "ARCConfig.xml", 9), ev(DirEvent::kWritten, own),
+        ev(DirEvent::kMovedIn, "config.xml", 10)},
+       {}},
+      {"lost events", {ev(DirEvent::kOverflow, "")}, {"Config.xml", "QAPIConfig.xml"}},
+  };
+  for (const Case& c : cases) EXPECT_EQ(LiveReload::changedFiles(c.events), c.files) << c.what;
+}
+
+// Getters racing reloads (run under the thread sanitizer in CI): each read
+// is one whole written value.
+TEST_F(LiveReloadTest, GettersRacingReloadsSeeWholeValues) {
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  auto host = OX_ConfigMgr_GetHttpHostCfg();
+  const std::string configs[2] = {configWithExtHttpPort(31001), configWithExtHttpPort(31002)};
+  std::string hosts[2];
+  for (int i = 0; i < 2; ++i) {
+    OxBase::CXmlBase xml;
+    ASSERT_EQ(xml.Parse(configs[i].c_str()), 1);
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "HttpHostNotificationList", "HttpHostNotification", "IP"}));
+    ASSERT_EQ(xml.ModifyData("IP", i ? "10.0.0.2" : "10.0.0.1"), 1);
+    ASSERT_TRUE(xml.FindElem("url"));
+    ASSERT_EQ(xml.ModifyData("url", i ? "http://two/" : "http://one/"), 1);
+    hosts[i] = xml.ToString();
+  }
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  std::atomic<bool> done{false};
+  std::atomic<int> torn{0};
+  std::vector<std::thread> readers;
+  for (int t = 0; t < 2; ++t) {
+    readers.emplace_back([&] {
+      while (!done.load()) {
+        OxConfigMgr::tagHttpHostInfo info;
+        host->getHttpHostInfo(info);
+        const std::string ip = info.ip, url = info.url;
+        const bool one = ip == "10.0.0.1" && url == "http://one/";
+        const bool two = ip == "10.0.0.2" && url == "http://two/";
+        const bool first = !(ip == "10.0.0.1" || ip == "10.0.0.2");  // before the first reload
+        if (!one && !two && !first) ++torn;
+        const uint16_t port = net->getExtHttpPort();
+        (void)port;
+      }
+    });
+  }
+  for (int round = 0; round < 40; ++round) {
+    foreignReplace("Config.xml", hosts[round % 2]);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  EXPECT_TRUE(eventually([&] {
+    OxConfigMgr::tagHttpHostInfo info;
+    host->getHttpHostInfo(info);
+    return std::string(info.url) == "http://two/";
+  }));
+  done = true;
+  for (auto& r : readers) r.join();
+  EXPECT_EQ(torn.load(), 0);
+}
+
+}  // namespace
