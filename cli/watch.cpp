@@ -102,7 +102,8 @@ std::string realPath(const std::string& path) {
 }
 
 int runWatch(const std::vector<std::string>& args) {
-  bool json = false;
+  // The global --json is taken off the command line before the command runs.
+  bool json = jsonOutput();
   std::string dir;
   for (const auto& a : args) {
     if (a == "--json") {
