@@ -1,16 +1,13 @@
 // oxcfg: the administrator account and the maintenance (log) settings.
 #include <oxconfigmgr/OxConfigMgr.h>
 
-#include <string.h>
-#include <termios.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <string>
 #include <vector>
 
 #include "cli/cli.h"
-#include "platform/secure_wipe.h"
+#include "cli/secret_input.h"
 
 namespace oxcfg {
 namespace {
@@ -18,10 +15,6 @@ namespace {
 using namespace OxConfigMgr;
 
 const char* const kLevelNames[] = {"ALL", "TRACE", "DEBUG", "INFO", "WARN", "ERROR", "FATAL", "OFF"};
-
-// Passwords of up to 1024 characters, the line end and the terminator; a
-// longer line is refused here, never cut.
-constexpr size_t kPasswordBuffer = 1026;
 
 bool parseOnOff(const std::string& text, int* value) {
   if (text == "on") *value = 1;
@@ -39,42 +32,6 @@ std::string meaningOfSetter(int code) {
     case 3: return "Config.xml could not be written";
     default: return "";
   }
-}
-
-// A password buffer that is wiped when it goes.
-struct Secret {
-  char text[kPasswordBuffer] = {0};
-  OxBase::ScopedWipe wipe{text, sizeof text};
-};
-
-// Reads one line into `out` without its line end. False at end of input or
-// when the line does not fit.
-bool readLine(FILE* in, Secret& out) {
-  if (!std::fgets(out.text, sizeof out.text, in)) return false;
-  size_t n = strlen(out.text);
-  bool complete = n > 0 && out.text[n - 1] == '\n';
-  if (!complete && !std::feof(in)) return false;  // longer than the buffer
-  while (n > 0 && (out.text[n - 1] == '\n' || out.text[n - 1] == '\r')) out.text[--n] = '\0';
-  return true;
-}
-
-// Reads a password from the terminal with echo off.
-bool readHidden(const char* prompt, Secret& out) {
-  termios saved;
-  bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
-  if (restore) {
-    termios quiet = saved;
-    quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
-  }
-  // The prompt shows once echo is off: an answer typed (or sent) after it
-  // is neither echoed nor flushed away.
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
-  bool ok = readLine(stdin, out);
-  if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
-  std::fprintf(stderr, "\n");
-  return ok;
 }
 
 // ---- show ------------------------------------------------------------------
@@ -119,19 +76,8 @@ RegisterCommand g_passwd({"passwd", "[LEVEL]",
                             }
                             auto users = OX_ConfigMgr_GetUserCfg();
                             if (!users) return usageError("users not started");
-                            Secret password;
-                            if (isatty(STDIN_FILENO)) {
-                              Secret again;
-                              if (!readHidden("New password: ", password) ||
-                                  !readHidden("Retype new password: ", again)) {
-                                return usageError("no password read");
-                              }
-                              if (strcmp(password.text, again.text) != 0) {
-                                return usageError("the passwords do not match");
-                              }
-                            } else if (!readLine(stdin, password)) {
-                              return usageError("no password read (or longer than 1024 characters)");
-                            }
+                            SecretLine password;
+                            if (!readNewSecret("New password: ", "Retype new password: ", password)) return 2;
                             if (password.text[0] == '\0') return usageError("empty password");
                             int rc = users->setPassword(static_cast<tagPASSWORD_LEVEL>(level), password.text,
                                                         "admin");
