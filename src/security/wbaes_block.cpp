@@ -25,6 +25,18 @@ namespace {
 
 // ---- derived tables -------------------------------------------------------------------
 
+// Rows of 16 entries of `table` (`rows` of them: 8 or 16) in the sliced
+// form of DerivedTables: within each run of 8 rows, row h XOR row h + 1,
+// the run's last row as it is.
+void SliceRows(const std::uint8_t* table, int rows, std::uint8_t (*out)[16]) {
+  for (int h = 0; h < rows; ++h) {
+    const bool last = h % 8 == 7;
+    for (int e = 0; e < 16; ++e) {
+      out[h][e] = static_cast<std::uint8_t>(table[16 * h + e] ^ (last ? 0 : table[16 * h + 16 + e]));
+    }
+  }
+}
+
 // Returns nullptr when memory is short.
 DerivedTables* NewDerived(const WbAesDirTables& t) {
   std::unique_ptr<DerivedTables> d(new (std::nothrow) DerivedTables);
@@ -55,6 +67,10 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       for (int i = 0; i < 4; ++i) {
         const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
         d->third[p][i][x] = partial;
+        const int hi = partial >> 4;
+        const int lo = partial & 15;
+        d->thirdWords[p][x][i] = static_cast<std::uint8_t>(
+            r == 0 ? partial : (hi >> 1) << 4 | (hi & 1) << 7 | lo >> 1 | (lo & 1) << 3);
         const std::uint8_t bias = static_cast<std::uint8_t>(16 * i);
         if (r == 0) {
           d->start[c][x][i] = static_cast<std::uint8_t>(bias + (partial >> 4));
@@ -74,6 +90,21 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       for (int a = 0; a < 16; ++a) {
         d->keyLines[0][p][k][a] = t.II[256 * p + 16 * a + k];
         d->keyLines[1][p][k][a] = t.VI[256 * p + 16 * a + k];
+      }
+    }
+    SliceRows(t.V + 256 * p, 16, d->slicedFifth[p]);
+  }
+  for (int q = 0; q < 16; ++q) {
+    for (int st = 0; st < 3; ++st) {
+      for (int half = 0; half < 2; ++half) {
+        std::uint8_t v[128];
+        const auto& f = res->v[q][st][half];
+        for (int j = 0; j < 8; ++j) {
+          for (int b = 0; b < 16; ++b) {
+            v[16 * j + b] = static_cast<std::uint8_t>(f[2 * j][b] | f[2 * j + 1][b] << 4);
+          }
+        }
+        SliceRows(v, 8, d->slicedFourth[q][st][half]);
       }
     }
   }
@@ -335,14 +366,9 @@ void Dispatch(const WbAesDirTables& tables, bool decipher, const PreparedKey& ke
     default: break;
   }
   if (iv != nullptr) {
-    const std::uint8_t* chain = iv;
-    for (std::size_t b = 0; b < blocks; ++b, chain = out + 16 * (b - 1)) {
-      Block<false, true>(tables, key, in + 16 * b, chain, out + 16 * b);
-    }
-  } else if (decipher) {
-    PortableRun<true>(tables, key, in, out, blocks);
+    ChainBlocks<Block<false, true>>(tables, key, iv, in, out, blocks);
   } else {
-    PortableRun<false>(tables, key, in, out, blocks);
+    RunDirection<PortableRun<false>, PortableRun<true>>(decipher, tables, key, in, out, blocks);
   }
 }
 

@@ -21,7 +21,7 @@ constexpr int Source(bool decipher, int p) {
 
 // Layouts derived from one direction's tables for the engines' lookups.
 // Key-independent: the linked-in table set's are built once per process and
-// direction; any other set gets its own per call (about 420 KiB).
+// direction; any other set gets its own per call (about 450 KiB).
 //
 // Tables III and IV fused. Output q = 4i + c of table IV starts from
 // partial 0 and is combined with partials 1..3, each a byte of table III's
@@ -48,6 +48,22 @@ struct DerivedTables {
   alignas(64) std::uint8_t start[4][256][8];
   alignas(64) std::uint8_t third[16][4][256];
   alignas(64) std::uint8_t keyLines[2][16][16][16];
+  // For block-sliced engines on 16-entry shuffles (one block per byte lane,
+  // every lane reading the same table):
+  //  thirdWords[p][x]: table III's entry at position p, its four output
+  //      bytes; for p >= 4 each in the combining form that slicedFourth's
+  //      lookups take: bits 4..6 = high nibble >> 1, bit 7 = its low bit,
+  //      bits 0..2 = low nibble >> 1, bit 3 = its low bit.
+  //  slicedFifth[p]: table V at position p as 16 rows of 16 entries, each
+  //      half (rows 0..7, 8..15) stored as differences: row h = T_h XOR
+  //      T_{h+1}, the half's last row as it is. The XOR of the rows from a
+  //      lane's own to the end of its half is then the lane's row.
+  //  slicedFourth[q][step][half]: do_xor of that packed table of table IV
+  //      as 8 rows of two, entry b of row j = do_xor(2j, b) | do_xor(2j + 1,
+  //      b) << 4, stored as differences as above.
+  alignas(64) std::uint8_t thirdWords[16][256][4];
+  alignas(64) std::uint8_t slicedFifth[16][16][16];
+  alignas(64) std::uint8_t slicedFourth[16][3][2][8][16];
 };
 
 // Round keys bound to one direction's key-mixing tables, built once per call
@@ -126,6 +142,33 @@ inline ColumnLines SelectColumn(const DerivedTables& d, const std::uint8_t* x, i
                               d.lines[8 + c][at(12 + c)]}};
 }
 
+// An engine's single block: in (XOR chain, for the chained variant) into
+// out.
+using BlockFn = void (*)(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+                         const std::uint8_t* chain, std::uint8_t* out);
+// An engine's run of independent blocks in one direction.
+using RunFn = void (*)(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
+                       std::uint8_t* out, std::size_t blocks);
+
+// Every engine's entry points, written once over its own functions: a run
+// in the direction asked for, and CBC enciphering as a chain of single
+// blocks, each from the output block before it (so `iv` may be the block
+// just before `out`, and in == out works).
+template <RunFn kEncipher, RunFn kDecipher>
+inline void RunDirection(bool decipher, const WbAesDirTables& t, const PreparedKey& k,
+                         const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) {
+  (decipher ? kDecipher : kEncipher)(t, k, in, out, blocks);
+}
+template <BlockFn kChainedBlock>
+inline void ChainBlocks(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* iv,
+                        const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) {
+  const std::uint8_t* chain = iv;
+  for (std::size_t b = 0; b < blocks; ++b) {
+    kChainedBlock(t, k, in + 16 * b, chain, out + 16 * b);
+    chain = out + 16 * b;
+  }
+}
+
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
 // rounds must be 1..kMaxRounds (not checked).
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,
@@ -138,8 +181,9 @@ enum class Engine {
   kAuto,      // the one SelectedEngine() names
   kPortable,  // plain C++, any processor: independent blocks a few at a
               // time, interleaved so that their table reads overlap
-  kAvx2,      // x86-64 with AVX2: single blocks through tables III and IV
-              // fused, composed with 16-entry byte shuffles (vpshufb)
+  kAvx2,      // x86-64 with AVX2: runs of blocks are processed 32 at a
+              // time, table IV through 16-entry byte shuffles (vpshufb);
+              // single blocks through tables III and IV fused
   kAvx512,    // x86-64 with AVX-512 F/BW/VL/VBMI: runs of blocks are
               // processed 64 at a time with in-register table lookups,
               // single blocks through tables III and IV fused

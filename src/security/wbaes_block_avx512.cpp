@@ -298,21 +298,13 @@ bool CpuHasAvx512Engine() {
 
 void ProcessBlocksAvx512(const WbAesDirTables& tables, bool decipher, const PreparedKey& key,
                          const std::uint8_t* in, std::uint8_t* out, std::size_t blocks) {
-  if (decipher) {
-    Run<true>(tables, key, in, out, blocks);
-  } else {
-    Run<false>(tables, key, in, out, blocks);
-  }
+  RunDirection<Run<false>, Run<true>>(decipher, tables, key, in, out, blocks);
 }
 
 void EncipherChainAvx512(const WbAesDirTables& tables, const PreparedKey& key,
                          const std::uint8_t* iv, const std::uint8_t* in, std::uint8_t* out,
                          std::size_t blocks) {
-  const std::uint8_t* chain = iv;
-  for (std::size_t b = 0; b < blocks; ++b) {
-    SingleBlock<false, true>(tables, key, in + 16 * b, chain, out + 16 * b);
-    chain = out + 16 * b;
-  }
+  ChainBlocks<SingleBlock<false, true>>(tables, key, iv, in, out, blocks);
 }
 
 }  // namespace wbaes
