@@ -169,6 +169,26 @@ inline void ChainBlocks(const WbAesDirTables& t, const PreparedKey& k, const std
   }
 }
 
+// An engine's block-sliced batch: up to its lane count of blocks, all of
+// the input read before any output is written.
+using SlicedFn = void (*)(const WbAesDirTables& t, const PreparedKey& k, const DerivedTables& d,
+                          const std::uint8_t* in, std::uint8_t* out, std::size_t blocks);
+
+// Feeds a run to kSliced, kLanes blocks a batch, while at least kThreshold
+// blocks are left (a batch costs the same however few of its lanes are
+// used); advances in, out and blocks past what it did.
+template <std::size_t kLanes, std::size_t kThreshold, SlicedFn kSliced>
+inline void SlicedBatches(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t*& in,
+                          std::uint8_t*& out, std::size_t& blocks) {
+  while (blocks >= kThreshold) {
+    const std::size_t n = blocks < kLanes ? blocks : kLanes;
+    kSliced(t, k, *k.derived, in, out, n);
+    in += 16 * n;
+    out += 16 * n;
+    blocks -= n;
+  }
+}
+
 // `roundKeys`: rounds + 1 row-major round keys as init_key unpacks them.
 // rounds must be 1..kMaxRounds (not checked).
 void PrepareKey(const WbAesDirTables& tables, const std::uint8_t* roundKeys, int rounds,

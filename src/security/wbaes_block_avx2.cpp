@@ -319,13 +319,7 @@ OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
 template <bool kDecipher>
 OXCFG_WBAES_AVX2 void Run(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
                           std::uint8_t* out, std::size_t blocks) {
-  while (blocks >= kSlicedThreshold) {
-    const std::size_t n = blocks < kLanes ? blocks : kLanes;
-    Sliced<kDecipher>(t, k, *k.derived, in, out, n);
-    in += 16 * n;
-    out += 16 * n;
-    blocks -= n;
-  }
+  SlicedBatches<kLanes, kSlicedThreshold, Sliced<kDecipher>>(t, k, in, out, blocks);
   for (; blocks >= kInterleave; blocks -= kInterleave, in += 16 * kInterleave,
                                 out += 16 * kInterleave) {
     Group<kDecipher, kInterleave>(t, k, in, out);

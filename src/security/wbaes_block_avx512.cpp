@@ -274,15 +274,7 @@ OXCFG_WBAES_AVX512 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
 template <bool kDecipher>
 OXCFG_WBAES_AVX512 void Run(const WbAesDirTables& t, const PreparedKey& k, const std::uint8_t* in,
                             std::uint8_t* out, std::size_t blocks) {
-  // Each batch reads all of its input before writing any output, so
-  // in-place processing is safe.
-  while (blocks >= kSlicedThreshold) {
-    const std::size_t n = blocks < kLanes ? blocks : kLanes;
-    Sliced<kDecipher>(t, k, *k.derived, in, out, n);
-    in += 16 * n;
-    out += 16 * n;
-    blocks -= n;
-  }
+  SlicedBatches<kLanes, kSlicedThreshold, Sliced<kDecipher>>(t, k, in, out, blocks);
   for (; blocks > 0; --blocks, in += 16, out += 16) {
     SingleBlock<kDecipher, false>(t, k, in, nullptr, out);
   }
