@@ -25,10 +25,15 @@
 //    column by column so that one block's loads overlap another's shuffles.
 //
 // Measured on 16 KiB ECB (sliced path against interleaved single blocks):
-// table III through shuffles as well 0.75x, through scalar loads 1.2x;
-// rows stored twice instead of broadcast on load, the XOR of a lookup's
-// rows as a tree, or the combining steps ordered step by step across a
-// column's outputs: no gain. Tried and dropped on single blocks: the low
+// table III through shuffles as well 0.75x, through scalar loads 1.25x
+// (with the scalar lookups of a column all before the previous column's
+// shuffles instead of between its outputs 1.1x, by words packed into
+// vectors with vpinsrd 1.15x); rows stored twice instead of broadcast on
+// load, the XOR of a lookup's rows as a tree, or the combining steps
+// ordered step by step across a column's outputs: no gain. The combining
+// steps alone (96 lookups of 8 shuffles per block and round) take about
+// 0.6 of the path's time, which bounds what this layout can reach.
+// Tried and dropped on single blocks: the low
 // nibbles through the portable byte-load chain beside the shuffled high
 // nibbles (0.6x), the key rows loaded once per group (no change),
 // prefetching the next column's lines (0.85x). Loop trip counts and the
@@ -54,8 +59,8 @@ constexpr std::size_t kInterleave = 8;
 
 // From this many blocks on, one sliced batch (its cost does not depend on
 // how many of its lanes are used) beats the interleaved single blocks.
-// Measured (ECB): 24 blocks 1.07x faster through single blocks, 26 even,
-// 28 1.15x faster sliced.
+// Measured (ECB): 24 blocks 1.06x faster through single blocks, 26 even,
+// 28 1.13x faster sliced.
 constexpr std::size_t kSlicedThreshold = 26;
 
 struct alignas(32) Mask32 {
