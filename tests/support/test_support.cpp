@@ -1,6 +1,9 @@
 #include "support/test_support.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -155,6 +158,22 @@ int FaultEnv::Flock(int fd, int op) {
 }
 
 int openDescriptorCount() { return static_cast<int>(listDir("/proc/self/fd").size()) - 1; }
+
+LoopbackListener::LoopbackListener() {
+  fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(fd_, 1) == 0 &&
+      ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
+    port_ = ntohs(addr.sin_port);
+  }
+}
+
+LoopbackListener::~LoopbackListener() {
+  if (fd_ >= 0) ::close(fd_);
+}
 
 }  // namespace oxtest
 

@@ -114,6 +114,25 @@ class FaultEnv : public OxBase::EnvWrapper {
   bool once_ = false;
 };
 
+// A TCP socket listening on 127.0.0.1 on a port the kernel chose: binding
+// that port on all addresses then fails, as for a port in use. port() is 0
+// when no socket could be made.
+class LoopbackListener {
+ public:
+  LoopbackListener();
+  ~LoopbackListener();
+  LoopbackListener(const LoopbackListener&) = delete;
+  LoopbackListener& operator=(const LoopbackListener&) = delete;
+  int port() const { return port_; }
+
+ private:
+  int fd_ = -1;
+  int port_ = 0;
+};
+
+// A port of 127.0.0.1 that the kernel handed out and that is free again.
+inline int freeLoopbackPort() { return LoopbackListener().port(); }
+
 // Number of descriptors open in this process.
 int openDescriptorCount();
 
