@@ -21,7 +21,7 @@ class CertSelfSignTest : public oxtest::CertTest {};
 TEST_F(CertSelfSignTest, VersionSerialDigestAndValidity) {
   // One hour east of UTC, no daylight saving: the validity starts at the
   // local wall-clock time written as UTC.
-  oxtest::ScopedTimeZone tz("XYZ-1");
+  oxtest::ScopedTZ tz("XYZ-1");
   COpenSSLCertificate cert;
   CertificateReq req = oxtest::makeReq("DE", "pw", 365);
   cert.setCertificateReq(req);
@@ -69,7 +69,7 @@ TEST_F(CertSelfSignTest, VersionSerialDigestAndValidity) {
 }
 
 TEST_F(CertSelfSignTest, WestOfUtcAndWithoutPassword) {
-  oxtest::ScopedTimeZone tz("XYZ+5:30");
+  oxtest::ScopedTZ tz("XYZ+5:30");
   COpenSSLCertificate cert;
   CertificateReq req = oxtest::makeReq("US", "", 30);
   cert.setCertificateReq(req);
@@ -152,14 +152,14 @@ TEST_F(CertSelfSignTest, FailuresGiveTheirCodes) {
 TEST_F(CertSelfSignTest, TimeTextsAndOffset) {
   COpenSSLCertificate cert;
   {
-    oxtest::ScopedTimeZone tz("UTC0");
+    oxtest::ScopedTZ tz("UTC0");
     EXPECT_EQ(cert.getGMTOff(), 0);
     EXPECT_EQ(cert.timeTToTimeStr(0), "1970-01-01 00:00:00");
     EXPECT_EQ(cert.timeTToTimeStr(253402300799), "9999-12-31 23:59:59");
     EXPECT_EQ(cert.timeTToTimeStr(-631152000), "1950-01-01 00:00:00");
   }
   {
-    oxtest::ScopedTimeZone tz("XYZ-9");
+    oxtest::ScopedTZ tz("XYZ-9");
     EXPECT_EQ(cert.getGMTOff(), 9 * 3600);
     EXPECT_EQ(cert.timeTToTimeStr(oxtest::kFixedNow), "2026-03-01 21:00:00");
   }

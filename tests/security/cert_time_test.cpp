@@ -69,7 +69,7 @@ TEST_F(CertTimeTest, ConvertsUtcAndGeneralizedTimes) {
       {kGen, "20260301120000", 1772366400, 0},  // no zone: local time (UTC here)
       {kGen, "20260301120000.999", 1772366400, 0},
   };
-  oxtest::ScopedTimeZone tz("UTC0");
+  oxtest::ScopedTZ tz("UTC0");
   for (const TimeCase& c : kCases) {
     SCOPED_TRACE(c.text);
     int error = -1;
@@ -109,7 +109,7 @@ TEST_F(CertTimeTest, RefusesMalformedAndOutOfRangeTimes) {
       {kGen, "19700101000000+0100", 0, 2},  // before 1970 from a year after it
       {kGen, "19691231235959-0100", 0, 2},  // from 1970 on, written as 1969
   };
-  oxtest::ScopedTimeZone tz("UTC0");
+  oxtest::ScopedTZ tz("UTC0");
   for (const TimeCase& c : kCases) {
     SCOPED_TRACE(c.text);
     int error = -1;
@@ -147,7 +147,7 @@ TEST_F(CertTimeTest, AgreesWithTheCalendarOverAllYears) {
 }
 
 TEST_F(CertTimeTest, LocalGeneralizedTimeFollowsTheZone) {
-  oxtest::ScopedTimeZone tz("XYZ-2");
+  oxtest::ScopedTZ tz("XYZ-2");
   int error = -1;
   EXPECT_EQ(convert(kGen, "20260301120000", &error), 1772366400 - 7200);
   EXPECT_EQ(error, 0);

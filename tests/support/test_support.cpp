@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 
@@ -123,14 +124,16 @@ bool FaultEnv::skipped() {
   return skip_.fetch_sub(1) != 0;
 }
 
-bool FaultEnv::fails(Op op) {
-  if (op_ != op || skipped()) return false;
+bool FaultEnv::fails(Op op, const std::string* path) {
+  if (op_ != op) return false;
+  if (!part_.empty() && (!path || path->find(part_) == std::string::npos)) return false;
+  if (skipped()) return false;
   errno = errno_;
   return true;
 }
 
 int FaultEnv::Open(const std::string& p, int f, mode_t m) {
-  return fails(kOpen) ? -1 : EnvWrapper::Open(p, f, m);
+  return fails(kOpen, &p) ? -1 : EnvWrapper::Open(p, f, m);
 }
 ssize_t FaultEnv::Write(int fd, const void* d, size_t n) {
   if (op_ == kShortWrite && n > 1 && !skipped()) {
@@ -150,11 +153,28 @@ int FaultEnv::Close(int fd) {
   return EnvWrapper::Close(fd);
 }
 int FaultEnv::Rename(const std::string& a, const std::string& b) {
-  return fails(kRename) ? -1 : EnvWrapper::Rename(a, b);
+  return fails(kRename, &b) ? -1 : EnvWrapper::Rename(a, b);
 }
 int FaultEnv::SyncDir(const std::string& d) { return fails(kSyncDir) ? -1 : EnvWrapper::SyncDir(d); }
 int FaultEnv::Flock(int fd, int op) {
   return (op & LOCK_UN) == 0 && fails(kFlock) ? -1 : EnvWrapper::Flock(fd, op);
+}
+
+ScopedTZ::ScopedTZ(const std::string& tz) {
+  const char* old = std::getenv("TZ");
+  had_ = old != nullptr;
+  if (had_) old_ = old;
+  ::setenv("TZ", tz.c_str(), 1);
+  ::tzset();
+}
+
+ScopedTZ::~ScopedTZ() {
+  if (had_) {
+    ::setenv("TZ", old_.c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+  ::tzset();
 }
 
 int openDescriptorCount() { return static_cast<int>(listDir("/proc/self/fd").size()) - 1; }

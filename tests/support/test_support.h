@@ -97,6 +97,10 @@ class FaultEnv : public OxBase::EnvWrapper {
     skip_ = skip;
     once_ = true;
   }
+  // Only operations on paths containing `part` fail (the opened path, a
+  // temporary's included, or the target of a rename); the others are left
+  // alone and not counted.
+  void onlyPathsContaining(std::string part) { part_ = std::move(part); }
   int Open(const std::string& p, int f, mode_t m) override;
   ssize_t Write(int fd, const void* d, size_t n) override;
   int Fsync(int fd) override;
@@ -106,12 +110,27 @@ class FaultEnv : public OxBase::EnvWrapper {
   int Flock(int fd, int op) override;
 
  private:
-  bool fails(Op op);
+  bool fails(Op op, const std::string* path = nullptr);
   bool skipped();
   Op op_ = kNone;
   int errno_ = 0;
   std::atomic<int> skip_{0};
   bool once_ = false;
+  std::string part_;
+};
+
+// Sets TZ for the scope (the C library re-reads it), then puts back the
+// process's own value; the machine's zone is untouched.
+class ScopedTZ {
+ public:
+  explicit ScopedTZ(const std::string& tz);
+  ~ScopedTZ();
+  ScopedTZ(const ScopedTZ&) = delete;
+  ScopedTZ& operator=(const ScopedTZ&) = delete;
+
+ private:
+  bool had_ = false;
+  std::string old_;
 };
 
 // A TCP socket listening on 127.0.0.1 on a port the kernel chose: binding

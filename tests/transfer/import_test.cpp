@@ -290,24 +290,6 @@ TEST_F(ImportTest, LeftoverStagingFolderIsReplacedAndRemoved) {
   EXPECT_FALSE(stagingLeft());
 }
 
-// Fails the first rename onto a file of the given name.
-class FailRenameEnv : public OxBase::EnvWrapper {
- public:
-  explicit FailRenameEnv(std::string name) : EnvWrapper(OxBase::Env::Current()), name_("/" + std::move(name)) {}
-  int Rename(const std::string& from, const std::string& to) override {
-    if (!failed_ && to.size() >= name_.size() && to.compare(to.size() - name_.size(), name_.size(), name_) == 0) {
-      failed_ = true;
-      errno = EIO;
-      return -1;
-    }
-    return EnvWrapper::Rename(from, to);
-  }
-
- private:
-  std::string name_;
-  bool failed_ = false;
-};
-
 TEST_F(ImportTest, FailureAtEachStepLeavesTheThreeXmlFilesAsTheyWere) {
   start();
   std::string archive = craftedArchive([](const std::string& s) {
@@ -329,7 +311,9 @@ TEST_F(ImportTest, FailureAtEachStepLeavesTheThreeXmlFilesAsTheyWere) {
     SCOPED_TRACE(step.file);
     const auto before = xmlState();
     const std::string db = readFile(path("Config.db3"));
-    FailRenameEnv env(step.file);
+    FaultEnv env;  // the first rename onto the file fails
+    env.failOnce(FaultEnv::kRename, EIO, 0);
+    env.onlyPathsContaining(std::string("/") + step.file);
     {
       ScopedEnv scoped(&env);
       EXPECT_EQ(importArchive(archive, "pw"), 9);
