@@ -177,6 +177,11 @@ ScopedTZ::~ScopedTZ() {
   ::tzset();
 }
 
+OxBase::CommandResult runOxcfgIn(const std::string& dir, std::vector<std::string> args, const std::string& input) {
+  args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir});
+  return OxBase::Env::Default()->Run(args, input, "");
+}
+
 int openDescriptorCount() { return static_cast<int>(listDir("/proc/self/fd").size()) - 1; }
 
 LoopbackListener::LoopbackListener() {

@@ -152,6 +152,11 @@ class LoopbackListener {
 // A port of 127.0.0.1 that the kernel handed out and that is free again.
 inline int freeLoopbackPort() { return LoopbackListener().port(); }
 
+// Runs this build's oxcfg on the working directory `dir` ("-C dir"), with
+// `input` on its standard input, as a separate process.
+OxBase::CommandResult runOxcfgIn(const std::string& dir, std::vector<std::string> args,
+                                 const std::string& input = "");
+
 // Number of descriptors open in this process.
 int openDescriptorCount();
 
