@@ -55,12 +55,8 @@ class ArcCfgTest : public oxtest::WorkDirTest {
   }
   void save() { ASSERT_EQ(doc_.WriteToFile(path("ARCConfig.xml")), 1); }
 
-  // Text of an element of the file on disk; "<absent>" when missing.
-  std::string onDisk(Walk where, const std::string& file = "ARCConfig.xml") {
-    CXmlBase xml;
-    if (xml.LoadFile(path(file)) != 1 || !xmlWalk(xml, where)) return "<absent>";
-    return xml.GetData();
-  }
+  // Text of an element of the file on disk; "<missing>" when absent.
+  std::string onDisk(Walk where) { return oxtest::xmlText(path("ARCConfig.xml"), where); }
 
   static tagArcCnf record(const CARCCfg& arc) {
     tagArcCnf out;
@@ -320,7 +316,7 @@ TEST_F(ArcCfgTest, MissingBlocksAndElements) {
     EXPECT_EQ(load(false).sg.sgPort, 1025);  // read before the failure
     // The writer skips a missing block.
     EXPECT_EQ(arc_->setARCParam(record(*arc_)), 0);
-    EXPECT_EQ(onDisk({"Config", block}), "<absent>");
+    EXPECT_EQ(onDisk({"Config", block}), "<missing>");
   }
   EXPECT_FALSE(log.contains("element SerialPort error"));
   EXPECT_FALSE(log.contains("xml element error"));
@@ -540,7 +536,7 @@ TEST_F(ArcCfgTest, BackupOfAnUpgradeIsMergedAndItsEnableMoved) {
   ASSERT_TRUE(arc.loadFile());
   EXPECT_FALSE(oxtest::fileExists(path("ARCConfig_Backup.xml")));
   EXPECT_EQ(onDisk({"Config", "Protocol", "Enable"}), "1");
-  EXPECT_EQ(onDisk({"Config", "SGConfig", "Enable"}), "<absent>");  // the new layout stays
+  EXPECT_EQ(onDisk({"Config", "SGConfig", "Enable"}), "<missing>");  // the new layout stays
   EXPECT_EQ(onDisk({"Config", "SGConfig", "SGPort"}), "5555");
   EXPECT_EQ(record(arc).enable, 1);
   EXPECT_EQ(record(arc).sbn.port, 7777);

@@ -21,12 +21,7 @@ class PrivateCfgTest : public oxtest::WorkDirTest {
     oxtest::copyFactory(dir());
   }
   std::string storage(const char* leaf) {
-    OxBase::CXmlBase xml;
-    if (xml.LoadFile(path("PrivateConfig.xml")) != 1 ||
-        !OxConfigMgr::xmlWalk(xml, {"PrivateConfig", "Encrypt", "Storage", leaf})) {
-      return "<absent>";
-    }
-    return xml.GetData();
+    return oxtest::xmlText(path("PrivateConfig.xml"), {"PrivateConfig", "Encrypt", "Storage", leaf});
   }
   static std::string keyHex(const tagEncryptInfo& e) {
     return Vlue2HexString(e.storageKey, 32);

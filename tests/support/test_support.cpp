@@ -14,6 +14,9 @@
 #include <fstream>
 #include <sstream>
 
+#include "frame/config_store.h"
+#include "platform/xml_base.h"
+
 namespace oxtest {
 
 std::string readFile(const std::string& path) {
@@ -26,6 +29,12 @@ std::string readFile(const std::string& path) {
 void writeFile(const std::string& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
+}
+
+std::string xmlText(const std::string& path, std::initializer_list<const char*> walk) {
+  OxBase::CXmlBase xml;
+  if (xml.LoadFile(path) != 1 || !OxConfigMgr::xmlWalk(xml, walk)) return "<missing>";
+  return xml.GetData();
 }
 
 bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }

@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ bool fileExists(const std::string& path);
 mode_t fileMode(const std::string& path);
 // Names in `dir` (no "." and "..").
 std::vector<std::string> listDir(const std::string& dir);
+// Text of the element at `walk` (from the root) in the file `path`;
+// "<missing>" when the file does not parse or the element is absent.
+std::string xmlText(const std::string& path, std::initializer_list<const char*> walk);
 // Copies the factory defaults (all files but README.md) into `dir`.
 void copyFactory(const std::string& dir);
 
