@@ -6,17 +6,39 @@
 
 #include <cstdio>
 
+#include "platform/secure_wipe.h"
+
 namespace oxcfg {
 
-SecretLine::~SecretLine() { explicit_bzero(text, sizeof text); }
+SecretLine::SecretLine(size_t maxBytes) : max_(maxBytes), buffer_(new char[maxBytes + 2]()) {
+  text = buffer_.get();
+}
+
+SecretLine::~SecretLine() { OxBase::SecureWipe(buffer_.get(), max_ + 2); }
 
 bool readSecretLine(FILE* in, SecretLine& out) {
-  if (!std::fgets(out.text, sizeof out.text, in)) return false;
-  size_t n = strlen(out.text);
-  const bool complete = n > 0 && out.text[n - 1] == '\n';
-  if (!complete && !std::feof(in)) return false;  // longer than the buffer
-  while (n > 0 && (out.text[n - 1] == '\n' || out.text[n - 1] == '\r')) out.text[--n] = '\0';
-  return true;
+  size_t n = 0;
+  bool any = false, tooLong = false;
+  int c;
+  // Byte by byte, so a line holding a NUL byte keeps its full length; one
+  // byte beyond the limit is room for a carriage return before the line end.
+  while ((c = std::fgetc(in)) != EOF) {
+    any = true;
+    if (c == '\n') break;
+    if (n > out.maxBytes()) {
+      tooLong = true;
+      break;
+    }
+    out.text[n++] = static_cast<char>(c);
+  }
+  while (!tooLong && n > 0 && out.text[n - 1] == '\r') out.text[--n] = '\0';
+  if (tooLong || n > out.maxBytes()) {
+    OxBase::SecureWipe(out.text, n);
+    return false;
+  }
+  out.text[n] = '\0';
+  out.length = n;
+  return any;
 }
 
 bool readHiddenLine(const char* prompt, SecretLine& out) {
@@ -37,18 +59,25 @@ bool readHiddenLine(const char* prompt, SecretLine& out) {
   return ok;
 }
 
-bool readNewSecret(const char* prompt, const char* again, SecretLine& out) {
-  if (!isatty(STDIN_FILENO)) {
-    if (readSecretLine(stdin, out)) return true;
-    std::fprintf(stderr, "oxcfg: no line read from standard input (or longer than 1024 characters)\n");
+bool readSecret(const char* prompt, SecretLine& out) {
+  if (isatty(STDIN_FILENO)) {
+    if (readHiddenLine(prompt, out)) return true;
+    std::fprintf(stderr, "oxcfg: nothing read\n");
     return false;
   }
-  SecretLine second;
+  if (readSecretLine(stdin, out)) return true;
+  std::fprintf(stderr, "oxcfg: no line read from standard input (or longer than %zu bytes)\n", out.maxBytes());
+  return false;
+}
+
+bool readNewSecret(const char* prompt, const char* again, SecretLine& out) {
+  if (!isatty(STDIN_FILENO)) return readSecret(prompt, out);
+  SecretLine second(out.maxBytes());
   if (!readHiddenLine(prompt, out) || !readHiddenLine(again, second)) {
     std::fprintf(stderr, "oxcfg: nothing read\n");
     return false;
   }
-  if (strcmp(out.text, second.text) != 0) {
+  if (out.length != second.length || memcmp(out.text, second.text, out.length) != 0) {
     std::fprintf(stderr, "oxcfg: the entries do not match\n");
     return false;
   }

@@ -3,8 +3,6 @@
 // standard input when that is not a terminal; never from an argument.
 #include <oxconfigmgr/OxConfigMgr.h>
 
-#include <string.h>
-#include <termios.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -13,6 +11,7 @@
 
 #include "cli/cli.h"
 #include "cli/progress.h"
+#include "cli/secret_input.h"
 #include "platform/file_util.h"
 #include "platform/secure_wipe.h"
 
@@ -21,69 +20,17 @@ namespace {
 
 using namespace OxConfigMgr;
 
-// Longer lines are refused rather than cut.
+// Archive passwords: any bytes but the line end, up to this many; longer
+// lines are refused rather than cut.
 constexpr size_t kMaxPasswordBytes = 4096;
 
-// A password that is wiped when it goes; any bytes but the line end.
-class Password {
- public:
-  Password() { text_.reserve(kMaxPasswordBytes + 1); }
-  ~Password() { OxBase::SecureWipe(text_); }
-  Password(const Password&) = delete;
-  Password& operator=(const Password&) = delete;
-  std::string& text() { return text_; }
-
- private:
-  std::string text_;
-};
-
-// One line of `in` without its line end; false at end of input before any
-// byte, or when the line is too long.
-bool readLine(FILE* in, Password& out) {
-  std::string& s = out.text();
-  s.clear();
-  int c;
-  bool any = false;
-  while ((c = std::fgetc(in)) != EOF) {
-    any = true;
-    if (c == '\n') break;
-    if (s.size() == kMaxPasswordBytes) return false;
-    s.push_back(static_cast<char>(c));
-  }
-  if (!s.empty() && s.back() == '\r') s.pop_back();
-  return any;
-}
-
-bool readHidden(const char* prompt, Password& out) {
-  termios saved;
-  bool restore = tcgetattr(STDIN_FILENO, &saved) == 0;
-  if (restore) {
-    termios quiet = saved;
-    quiet.c_lflag &= static_cast<tcflag_t>(~(ECHO | ECHONL));
-    tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
-  }
-  // The prompt shows once echo is off: an answer typed (or sent) after it
-  // is neither echoed nor flushed away.
-  std::fprintf(stderr, "%s", prompt);
-  std::fflush(stderr);
-  bool ok = readLine(stdin, out);
-  if (restore) tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
-  std::fprintf(stderr, "\n");
-  return ok;
-}
-
-// Reads the archive password; on a terminal a new one is asked twice.
-bool readPassword(bool confirm, Password& out) {
-  if (!isatty(STDIN_FILENO)) return readLine(stdin, out);
-  if (!readHidden("Archive password: ", out)) return false;
-  if (!confirm) return true;
-  Password again;
-  if (!readHidden("Retype archive password: ", again)) return false;
-  if (out.text() != again.text()) {
-    std::fprintf(stderr, "oxcfg: the passwords do not match\n");
-    return false;
-  }
-  return true;
+// Runs `use` with the password as the library takes it; that copy is wiped
+// on return like the line it came from.
+template <class F>
+int withPassword(const SecretLine& line, F use) {
+  std::string password(line.text, line.length);
+  OxBase::ScopedWipe wipe(&password[0], password.size());
+  return use(password);
 }
 
 std::string meaningOfImport(int code) {
@@ -105,14 +52,18 @@ RegisterCommand g_export({"export", "FILE",
                             if (args.size() != 1) return usageError("export takes the archive file to write");
                             auto transfer = OX_ConfigMgr_GetCfgImportAndExport();
                             if (!transfer) return usageError("import and export not started");
-                            Password password;
-                            if (!readPassword(true, password)) return usageError("no password read");
+                            SecretLine password(kMaxPasswordBytes);
+                            if (!readNewSecret("Archive password: ", "Retype archive password: ", password)) {
+                              return usageError("no password read");
+                            }
                             if (!linkArchiverInto(".")) std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
                             std::string data;
                             int rc;
                             {
                               Progress progress("export");
-                              rc = transfer->exportConfigData(data, password.text());
+                              rc = withPassword(password, [&](const std::string& p) {
+                                return transfer->exportConfigData(data, p);
+                              });
                             }
                             if (rc == EXPORT_OK &&
                                 !OxBase::WriteFileAtomic(args[0], data, OxBase::FileMode::kSecret).ok()) {
@@ -136,8 +87,8 @@ RegisterCommand g_import({"import", "FILE",
                               std::perror(("oxcfg: cannot read " + args[0]).c_str());
                               return 1;
                             }
-                            Password password;
-                            if (!readPassword(false, password)) return usageError("no password read");
+                            SecretLine password(kMaxPasswordBytes);
+                            if (!readSecret("Archive password: ", password)) return usageError("no password read");
                             if (!linkArchiverInto(".")) std::fprintf(stderr, "oxcfg: no 7za found (install p7zip-full)\n");
                             // The library takes the archive under this name and leaves it to us.
                             if (!OxBase::WriteFileAtomic("configurationIn.zip", data, OxBase::FileMode::kSecret)
@@ -148,7 +99,9 @@ RegisterCommand g_import({"import", "FILE",
                             int rc;
                             {
                               Progress progress("import");
-                              rc = transfer->importConfigData(password.text());
+                              rc = withPassword(password, [&](const std::string& p) {
+                                return transfer->importConfigData(p);
+                              });
                             }
                             unlink("configurationIn.zip");
                             return reportResult("import", rc, meaningOfImport(rc));

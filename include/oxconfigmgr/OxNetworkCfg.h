@@ -137,8 +137,9 @@ class OXCFG_API CNetworkCfg {
 
   // ---- setters -----------------------------------------------------------------
   // Web and media ports: return 0 at once when the value equals memory;
-  // memory follows the file. setRtspPort stores the new port in memory
-  // before anything else, so memory holds it even when the file fails.
+  // memory follows the file: it takes the new value only once the file
+  // holding it was written (setRtspPort also when its element is missing),
+  // so after any failure the getter answers the old value.
   uint32_t setHttpPort(unsigned short port);
   uint32_t setHttpsPort(unsigned short port);
   uint32_t setHttpsEnable(int enable);
@@ -186,8 +187,8 @@ class OXCFG_API CNetworkCfg {
   // access-control variants for type 2; their result.
   uint32_t setWISP5AlarmPort(unsigned short port);
   uint32_t setExtWISP5AlarmPort(unsigned short port);
-  // Always rewrites "HeartbeatParam"; each value reaches memory once its
-  // element was changed.
+  // Always rewrites "HeartbeatParam"; each value whose element was changed
+  // reaches memory once the file was written.
   uint32_t setDevKeepAliveParam(unsigned short seconds, unsigned short count);
 
   // ---- addresses -------------------------------------------------------------

@@ -1,6 +1,9 @@
 // The setters of CNetworkCfg. They share one read-modify-write routine,
 // driven by a table that says, per setter, which elements change, whether an
-// unchanged value returns at once, and when memory follows.
+// unchanged value returns at once, and whether memory follows. Memory never
+// runs ahead of the file: it changes only once the new text landed, still
+// under the setter's mutex and the file's transaction, through the relaxed
+// atomic stores the lock-free getters pair with.
 #include <oxconfigmgr/OxNetworkCfg.h>
 
 #include <cstddef>
@@ -31,12 +34,11 @@ struct CNetworkCfg::SetterRow {
     kPlatformPortMapping, kDevicePortMapping, kWISP5AlarmPortType, kDevKeepAliveParam,
     kCount
   };
-  // When memory follows the new value.
+  // Whether memory follows the new value once the write landed.
   enum Memory {
-    kNever,        // the file only; getters keep the loaded value
-    kAfterModify,  // once its element's text was replaced, before the write
-    kFirst,        // before anything else, and again after the text was replaced
-    kAfterWrite,   // after a successful write
+    kNever,       // the file only; getters keep the loaded value
+    kReplaced,    // each value whose element's text was replaced
+    kAfterWrite,  // the value, also when its element is missing
   };
   static constexpr int kNone = -1;
 
@@ -60,13 +62,13 @@ const CNetworkCfg::SetterRow& CNetworkCfg::SetterRow::get(Id id) {
   constexpr bool Y = true, N = false;
   // clang-format off
   static const SetterRow kTable[kCount] = {
-    {"setHttpPort", {F::kHttpPort, kNone}, Y, kAfterModify, N},
-    {"setHttpsPort", {F::kHttpsPort, kNone}, Y, kAfterModify, N},
-    {"setHttpsEnable", {F::kHttpsEnable, kNone}, Y, kAfterModify, N},
-    {"setRtspPort", {F::kRtspPort, kNone}, Y, kFirst, N},
-    {"setExtHttpPort", {F::kExtHttpPort, kNone}, Y, kAfterModify, N},
-    {"setExtHttpsPort", {F::kExtHttpsPort, kNone}, Y, kAfterModify, N},
-    {"setExtRtspPort", {F::kExtRtspPort, kNone}, Y, kAfterModify, N},
+    {"setHttpPort", {F::kHttpPort, kNone}, Y, kReplaced, N},
+    {"setHttpsPort", {F::kHttpsPort, kNone}, Y, kReplaced, N},
+    {"setHttpsEnable", {F::kHttpsEnable, kNone}, Y, kReplaced, N},
+    {"setRtspPort", {F::kRtspPort, kNone}, Y, kAfterWrite, N},
+    {"setExtHttpPort", {F::kExtHttpPort, kNone}, Y, kReplaced, N},
+    {"setExtHttpsPort", {F::kExtHttpsPort, kNone}, Y, kReplaced, N},
+    {"setExtRtspPort", {F::kExtRtspPort, kNone}, Y, kReplaced, N},
     {"setPssUploadPort", {F::kPssUploadPort, kNone}, N, kNever, N},
     {"setExtPssUploadPort", {F::kExtPssUploadPort, kNone}, Y, kNever, N},
     {"setLumenRegPort", {F::kLumenRegPort, kNone}, N, kNever, N},
@@ -92,7 +94,7 @@ const CNetworkCfg::SetterRow& CNetworkCfg::SetterRow::get(Id id) {
     {"setPlatformPortMapping", {F::kPlatformEnable, kNone}, Y, kAfterWrite, N},
     {"setDevicePortMapping", {F::kDeviceEnable, kNone}, Y, kAfterWrite, N},
     {"setWISP5AlarmPortType", {F::kAlarmPortType, kNone}, Y, kAfterWrite, N},
-    {"setDevKeepAliveParam", {F::kKeepAliveSeconds, F::kKeepAliveCount}, N, kAfterModify, Y},
+    {"setDevKeepAliveParam", {F::kKeepAliveSeconds, F::kKeepAliveCount}, N, kReplaced, Y},
   };
   // clang-format on
   return kTable[id];
@@ -120,7 +122,6 @@ uint32_t CNetworkCfg::runSetter(const SetterRow& row, uint32_t first, uint32_t s
   try {
     const Field& f = row.field(0);
     if (row.unchangedTest && row.equalsMemory(*this, first, second)) return 0;
-    if (row.memory == SetterRow::kFirst) f.store(*this, first);
 
     OSL_Guard guard(row.mutex());
     const std::string path = getConfigFilePath();
@@ -133,15 +134,16 @@ uint32_t CNetworkCfg::runSetter(const SetterRow& row, uint32_t first, uint32_t s
     for (const char* const* p = f.path; inside && p < f.path + 2 && *p; ++p) {
       inside = xml.FindElem(*p) && xml.IntoElem();
     }
+    const Field* g = row.pair() ? &row.field(1) : nullptr;
+    bool replaced[2] = {false, false};
     if (inside && xml.FindElem(f.leaf)) {
       const std::string text = f.text(first);
-      if (netinternal::modifyText(xml, f.leaf, text.c_str()) != 1 && f.kind != Field::kMapping) return 1;
-      if (row.memory == SetterRow::kAfterModify || row.memory == SetterRow::kFirst) f.store(*this, first);
-      const Field* g = row.pair() ? &row.field(1) : nullptr;
+      replaced[0] = netinternal::modifyText(xml, f.leaf, text.c_str()) == 1;
+      if (!replaced[0] && f.kind != Field::kMapping) return 1;
       if (g && xml.FindElem(g->leaf)) {
         const std::string text2 = g->text(second);
         if (netinternal::modifyText(xml, g->leaf, text2.c_str()) != 1) return 1;
-        if (row.memory == SetterRow::kAfterModify) g->store(*this, second);
+        replaced[1] = true;
       }
     }
 
@@ -153,6 +155,9 @@ uint32_t CNetworkCfg::runSetter(const SetterRow& row, uint32_t first, uint32_t s
         xlog_format(3, "OXW", "[%s(%d)] [%d]setWISP5AlarmPortType", row.name, __LINE__,
                     static_cast<int32_t>(first));
       }
+    } else if (row.memory == SetterRow::kReplaced) {
+      if (replaced[0]) f.store(*this, first);
+      if (replaced[1]) g->store(*this, second);
     }
     return 0;
   } catch (...) {

@@ -5,6 +5,7 @@
 
 #include "platform/file_util.h"
 #include "platform/osl.h"
+#include "platform/xlog.h"
 #include "security/cert_internal.h"
 
 namespace OxConfigMgr {
@@ -47,6 +48,20 @@ WriteResult writePem(const std::string& path, bool secret, const std::function<i
   const long len = BIO_get_mem_data(bio.get(), &text);
   if (len <= 0 || !text) return WriteResult::kEncode;
   return writeBytes(path, text, static_cast<size_t>(len), secret);
+}
+
+int writePublicPem(const std::string& path, const std::function<int(BIO*)>& encode, const char* function) {
+  switch (writePem(path, false, encode)) {
+    case WriteResult::kOk:
+      return kOk;
+    case WriteResult::kNoBio:
+    case WriteResult::kOpen:
+      xlog_format(5, "OXW", "[%s(%d)]  save rsa key create bio file error", function, __LINE__);
+      return kFailed;
+    default:
+      xlog_format(5, "OXW", "[%s(%d)] Error while writing request!", function, __LINE__);
+      return kFailed;
+  }
 }
 
 int noPassPhrase(char*, int, int, void*) { return 0; }

@@ -72,6 +72,10 @@ WriteResult writeBytes(const std::string& path, const void* data, size_t len, bo
 // writes the result with writeBytes.
 WriteResult writePem(const std::string& path, bool secret, const std::function<int(BIO*)>& encode);
 
+// writePem for a public file (request, certificate) as the class's result:
+// kOk, or kFailed with the failure logged under `function`'s name.
+int writePublicPem(const std::string& path, const std::function<int(BIO*)>& encode, const char* function);
+
 // True when something (file, folder, ...) exists at `path`.
 bool exists(const std::string& path);
 

@@ -73,17 +73,7 @@ int COpenSSLCertificate::generateReq() try {
     return rc;
   }
   X509_REQ* req = m_req.get();
-  switch (writePem(reqPath, false, [req](BIO* bio) { return PEM_write_bio_X509_REQ(bio, req); })) {
-    case WriteResult::kOk:
-      return kOk;
-    case WriteResult::kNoBio:
-    case WriteResult::kOpen:
-      OXLOG(5, "[%s(%d)]  save rsa key create bio file error");
-      return kFailed;
-    default:
-      OXLOG(5, "[%s(%d)] Error while writing request!");
-      return kFailed;
-  }
+  return writePublicPem(reqPath, [req](BIO* bio) { return PEM_write_bio_X509_REQ(bio, req); }, __FUNCTION__);
 } catch (...) {
   return kFailed;
 }

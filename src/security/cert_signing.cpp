@@ -113,17 +113,7 @@ int COpenSSLCertificate::signCertReq(long version, int days, char*, char* certPa
   }
   // Replaced atomically: the web server never meets a missing or partial
   // certificate.
-  switch (writePem(certPath, false, [cert](BIO* bio) { return PEM_write_bio_X509(bio, cert); })) {
-    case WriteResult::kOk:
-      return kOk;
-    case WriteResult::kNoBio:
-    case WriteResult::kOpen:
-      OXLOG(5, "[%s(%d)]  save rsa key create bio file error");
-      return kFailed;
-    default:
-      OXLOG(5, "[%s(%d)] Error while writing request!");
-      return kFailed;
-  }
+  return writePublicPem(certPath, [cert](BIO* bio) { return PEM_write_bio_X509(bio, cert); }, __FUNCTION__);
 } catch (...) {
   return kFailed;
 }

@@ -18,10 +18,7 @@ class CliArcTest : public oxtest::WorkDirTest {
     WorkDirTest::SetUp();
     oxtest::copyFactory(dir());
   }
-  OxBase::CommandResult oxcfg(std::vector<std::string> args) {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    return OxBase::Env::Default()->Run(args, "", "");
-  }
+  OxBase::CommandResult oxcfg(std::vector<std::string> args) { return oxtest::runOxcfgIn(dir(), std::move(args)); }
   static bool has(const OxBase::CommandResult& r, const std::string& text) {
     return r.output.find(text) != std::string::npos;
   }

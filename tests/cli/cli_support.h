@@ -54,12 +54,6 @@ inline CliRun runOxcfg(const std::vector<std::string>& args, const std::string& 
   return r;
 }
 
-inline size_t countLines(const std::string& text) {
-  size_t n = 0;
-  for (char c : text) n += c == '\n';
-  return n;
-}
-
 }  // namespace oxtest
 
 #endif  // OXCFG_TESTS_CLI_CLI_SUPPORT_H

@@ -34,12 +34,8 @@ class CarryOverTest : public oxtest::WorkDirTest {
     ASSERT_EQ(old_.WriteToFile(path("Config_Backup.xml")), 1);
     OxConfigMgr::CSingleton<OxConfigMgr::CInstanceMgr>::Instance()->copyBackupConfig();
   }
-  // Text of a leaf of the new "Config.xml"; "<absent>" when missing.
-  std::string now(std::initializer_list<const char*> where) {
-    CXmlBase xml;
-    if (xml.LoadFile(path("Config.xml")) != 1 || !xmlWalk(xml, where)) return "<absent>";
-    return xml.GetData();
-  }
+  // Text of a leaf of the new "Config.xml"; "<missing>" when absent.
+  std::string now(std::initializer_list<const char*> where) { return oxtest::xmlText(path("Config.xml"), where); }
 
   CXmlBase old_;
 };

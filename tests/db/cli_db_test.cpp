@@ -15,8 +15,7 @@ namespace {
 class CliDBTest : public oxtest::DBDirTest {
  protected:
   OxBase::CommandResult oxcfg(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    return OxBase::Env::Default()->Run(args, input, "");
+    return oxtest::runOxcfgIn(dir(), std::move(args), input);
   }
 };
 

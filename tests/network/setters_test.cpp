@@ -1,6 +1,6 @@
 // The setters of CNetworkCfg, driven by one table: per setter the element(s)
-// it changes, whether an unchanged value returns at once, and when memory
-// follows the new value.
+// it changes, whether an unchanged value returns at once, and whether memory
+// follows the new value (never before the file holds it).
 #include <oxconfigmgr/OxNetworkCfg.h>
 
 #include <cerrno>
@@ -16,10 +16,9 @@ using OxConfigMgr::CNetworkCfg;
 namespace {
 
 enum class Memory {
-  kNever,        // the file only: the getter keeps the loaded value
-  kAfterModify,  // once the text was replaced (so also when the write fails)
-  kFirst,        // before anything else (so also when the file cannot be read)
-  kAfterWrite,   // after a successful write
+  kNever,       // the file only: the getter keeps the loaded value
+  kReplaced,    // once the write landed, each value whose text was replaced
+  kAfterWrite,  // once the write landed, also when the element is missing
 };
 
 using Values = std::vector<int>;
@@ -61,7 +60,7 @@ uint32_t setPair(CNetworkCfg& c, const Values& v) {
 
 std::vector<SetterCase> cases() {
   using C = CNetworkCfg;
-  const Memory M = Memory::kAfterModify, N = Memory::kNever, W = Memory::kAfterWrite;
+  const Memory M = Memory::kReplaced, N = Memory::kNever, W = Memory::kAfterWrite;
   const bool Y = true;
   const char *P = "Port", *E = "ExternalPort";
   const std::vector<std::string> pss = {"PSS", "Upload"};
@@ -69,7 +68,7 @@ std::vector<SetterCase> cases() {
   std::vector<SetterCase> v = {
       PORT(setHttpPort, getHttpPort, {"HTTP"}, P, Y, M),
       PORT(setHttpsPort, getHttpsPort, {"HTTPS"}, P, Y, M),
-      PORT(setRtspPort, getRtspPort, {"RTSP"}, P, Y, Memory::kFirst),
+      PORT(setRtspPort, getRtspPort, {"RTSP"}, P, Y, W),
       PORT(setExtHttpPort, getExtHttpPort, {"HTTP"}, E, Y, M),
       PORT(setExtHttpsPort, getExtHttpsPort, {"HTTPS"}, E, Y, M),
       PORT(setExtRtspPort, getExtRtspPort, {"RTSP"}, E, Y, M),
@@ -172,15 +171,6 @@ class SetterTest : public nettest::NetworkTest, public ::testing::WithParamInter
     }
     return xml.ToString();
   }
-  // What the getter shows after a failure once `replaced` leaves had their
-  // new text.
-  Values memoryAfterFailure(size_t replaced) const {
-    if (c.memory == Memory::kFirst) return fresh_;
-    Values shown = c.loaded;
-    for (size_t l = 0; l < replaced && c.memory == Memory::kAfterModify; ++l) shown[l] = fresh_[l];
-    return shown;
-  }
-
   const SetterCase& c = GetParam();
   Values fresh_;
   std::unique_ptr<CNetworkCfg> cfg_;
@@ -202,23 +192,38 @@ TEST_P(SetterTest, TheLoadedValueThenANewOne) {
   EXPECT_EQ(c.get(*cfg_), c.memory == Memory::kNever ? c.loaded : fresh_);
 }
 
-TEST_P(SetterTest, FailuresGiveOneTwoOrThreeAndLeaveTheFile) {
+TEST_P(SetterTest, FailuresGiveOneTwoOrThreeAndLeaveFileAndMemory) {
   // 2: the file cannot be read.
   oxtest::writeFile(path("Config.xml"), "<Config><Network>");
   EXPECT_EQ(c.set(*cfg_, fresh_), 2u);
   EXPECT_EQ(config(), "<Config><Network>");
-  EXPECT_EQ(c.get(*cfg_), memoryAfterFailure(0));
+  EXPECT_EQ(c.get(*cfg_), c.loaded);
 
-  // 3: the write fails.
-  reload();
-  oxtest::FaultEnv faults;
-  faults.failOn(oxtest::FaultEnv::kRename, ENOSPC);
-  {
-    oxtest::ScopedEnv scoped(&faults);
-    EXPECT_EQ(c.set(*cfg_, fresh_), 3u);
+  // 3: the write fails at any stage before the rename landed; once it landed
+  // (only the directory sync failed) the change counts and memory follows.
+  const struct {
+    oxtest::FaultEnv::Op op;
+    uint32_t result;
+  } stages[] = {{oxtest::FaultEnv::kOpen, 3},  {oxtest::FaultEnv::kWrite, 3},  {oxtest::FaultEnv::kShortWrite, 3},
+                {oxtest::FaultEnv::kFsync, 3}, {oxtest::FaultEnv::kRename, 3}, {oxtest::FaultEnv::kFlock, 3},
+                {oxtest::FaultEnv::kSyncDir, 0}};
+  for (const auto& stage : stages) {
+    SCOPED_TRACE(stage.op);
+    reload();
+    oxtest::FaultEnv faults;
+    faults.failOn(stage.op, ENOSPC);
+    {
+      oxtest::ScopedEnv scoped(&faults);
+      EXPECT_EQ(c.set(*cfg_, fresh_), stage.result);
+    }
+    if (stage.result == 0) {
+      EXPECT_EQ(config(), expectedAfterSet());
+      EXPECT_EQ(c.get(*cfg_), c.memory == Memory::kNever ? c.loaded : fresh_);
+    } else {
+      EXPECT_EQ(nettest::fileId(path("Config.xml")), before_);
+      EXPECT_EQ(c.get(*cfg_), c.loaded);
+    }
   }
-  EXPECT_EQ(nettest::fileId(path("Config.xml")), before_);
-  EXPECT_EQ(c.get(*cfg_), memoryAfterFailure(c.leaves.size()));
 
   // 1: the text of the last leaf is refused (a pair has replaced its first).
   reload();
@@ -231,7 +236,7 @@ TEST_P(SetterTest, FailuresGiveOneTwoOrThreeAndLeaveTheFile) {
   EXPECT_EQ(c.set(*cfg_, fresh_), mapping ? 0u : 1u);
   EXPECT_EQ(config(), before_.content);
   EXPECT_EQ(nettest::fileId(path("Config.xml")).inode == before_.inode, !mapping);
-  EXPECT_EQ(c.get(*cfg_), mapping ? fresh_ : memoryAfterFailure(c.leaves.size() - 1));
+  EXPECT_EQ(c.get(*cfg_), mapping ? fresh_ : c.loaded);
 }
 
 INSTANTIATE_TEST_SUITE_P(EverySetter, SetterTest, ::testing::ValuesIn(cases()),

@@ -17,10 +17,7 @@ class StorageCliTest : public oxtest::WorkDirTest {
     oxtest::WorkDirTest::SetUp();
     oxtest::copyFactory(dir());
   }
-  OxBase::CommandResult oxcfg(std::vector<std::string> args) {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    return OxBase::Env::Default()->Run(args, "", "");
-  }
+  OxBase::CommandResult oxcfg(std::vector<std::string> args) { return oxtest::runOxcfgIn(dir(), std::move(args)); }
 };
 
 TEST_F(StorageCliTest, CredentialsArePrintedOnlyWhenAskedFor) {

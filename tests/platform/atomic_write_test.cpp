@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <ostream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,10 +16,15 @@
 
 namespace {
 
-class AtomicWriteTest : public oxtest::WorkDirTest,
-                        public ::testing::WithParamInterface<oxtest::FaultEnv::Op> {};
+struct Step {
+  oxtest::FaultEnv::Op op;
+  OxBase::WriteStage stage;  // named by the outcome
+};
+std::ostream& operator<<(std::ostream& os, const Step& s) { return os << "fault " << s.op; }
 
-TEST_P(AtomicWriteTest, AFailingStepLeavesTheOldFileWholeAndNoTemporary) {
+class AtomicWriteTest : public oxtest::WorkDirTest, public ::testing::WithParamInterface<Step> {};
+
+TEST_P(AtomicWriteTest, AFailingStepLeavesTheOldFileWholeAndNoTemporaryAndIsNamed) {
   const std::string target = path("Config.xml");
   const std::string old = "<Config><A>old</A></Config>";
   oxtest::writeFile(target, old);
@@ -27,8 +33,8 @@ TEST_P(AtomicWriteTest, AFailingStepLeavesTheOldFileWholeAndNoTemporary) {
   ASSERT_EQ(xml.Parse("<Config><A>new</A><B>" + std::string(100000, 'x') + "</B></Config>"), 1);
 
   oxtest::FaultEnv env;
-  env.failOn(GetParam(), ENOSPC);
-  const bool renamed = GetParam() == oxtest::FaultEnv::kSyncDir;
+  env.failOn(GetParam().op, ENOSPC);
+  const bool renamed = GetParam().stage == OxBase::WriteStage::kSyncDir;
   {
     oxtest::ScopedEnv scoped(&env);
     // Written means "the file holds the new text", so the caller's memory
@@ -42,34 +48,22 @@ TEST_P(AtomicWriteTest, AFailingStepLeavesTheOldFileWholeAndNoTemporary) {
   }
   EXPECT_EQ(oxtest::listDir(dir()), std::vector<std::string>{"Config.xml"});
   EXPECT_EQ(errno, ENOSPC);
-}
 
-TEST_F(AtomicWriteTest, TheOutcomeNamesTheFailedStage) {
-  const struct {
-    oxtest::FaultEnv::Op op;
-    OxBase::WriteStage stage;
-  } rows[] = {
-      {oxtest::FaultEnv::kOpen, OxBase::WriteStage::kCreateTemp},
-      {oxtest::FaultEnv::kWrite, OxBase::WriteStage::kWrite},
-      {oxtest::FaultEnv::kFsync, OxBase::WriteStage::kSync},
-      {oxtest::FaultEnv::kRename, OxBase::WriteStage::kRename},
-      {oxtest::FaultEnv::kSyncDir, OxBase::WriteStage::kSyncDir},
-  };
-  for (const auto& row : rows) {
-    oxtest::FaultEnv env;
-    env.failOn(row.op, EIO);
-    oxtest::ScopedEnv scoped(&env);
-    OxBase::WriteOutcome out = OxBase::WriteFileAtomic(path("f"), std::string("data"));
-    EXPECT_EQ(out.stage, row.stage);
-    EXPECT_EQ(out.error, EIO);
-    EXPECT_EQ(out.landed(), row.stage == OxBase::WriteStage::kSyncDir);
-  }
+  // The outcome of the same failure names its stage and error.
+  oxtest::ScopedEnv scoped(&env);
+  OxBase::WriteOutcome out = OxBase::WriteFileAtomic(path("f"), std::string("data"));
+  EXPECT_EQ(out.stage, GetParam().stage);
+  EXPECT_EQ(out.error, ENOSPC);
+  EXPECT_EQ(out.landed(), renamed);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachStep, AtomicWriteTest,
-                         ::testing::Values(oxtest::FaultEnv::kOpen, oxtest::FaultEnv::kWrite,
-                                           oxtest::FaultEnv::kFsync, oxtest::FaultEnv::kClose,
-                                           oxtest::FaultEnv::kRename, oxtest::FaultEnv::kSyncDir));
+                         ::testing::Values(Step{oxtest::FaultEnv::kOpen, OxBase::WriteStage::kCreateTemp},
+                                           Step{oxtest::FaultEnv::kWrite, OxBase::WriteStage::kWrite},
+                                           Step{oxtest::FaultEnv::kFsync, OxBase::WriteStage::kSync},
+                                           Step{oxtest::FaultEnv::kClose, OxBase::WriteStage::kSync},
+                                           Step{oxtest::FaultEnv::kRename, OxBase::WriteStage::kRename},
+                                           Step{oxtest::FaultEnv::kSyncDir, OxBase::WriteStage::kSyncDir}));
 
 TEST_F(AtomicWriteTest, NewFilesGetTheUsualModeAndSecretsStayPrivate) {
   ASSERT_TRUE(OxBase::WriteFileAtomic(path("plain"), std::string("x")).ok());

@@ -1,6 +1,3 @@
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -113,19 +110,9 @@ TEST_F(PlatformTest, CheckPortSeesARealListener) {
   EXPECT_EQ(CheckPort(0, 1), -1);
   EXPECT_EQ(CheckPort(65536, 1), -1);
   EXPECT_EQ(CheckPort(65535, 0), 65535);
-  int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  ASSERT_GE(fd, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = 0;
-  ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-  ASSERT_EQ(::listen(fd, 1), 0);
-  socklen_t len = sizeof addr;
-  ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len), 0);
-  int port = ntohs(addr.sin_port);
-  EXPECT_EQ(CheckPort(port, 1), -1);
-  ::close(fd);
+  oxtest::LoopbackListener busy;
+  ASSERT_GT(busy.port(), 0);
+  EXPECT_EQ(CheckPort(busy.port(), 1), -1);
 }
 
 TEST_F(PlatformTest, DirectoriesFilesAndCopies) {

@@ -48,11 +48,7 @@ class SectionsTest : public WorkDirTest {
   std::string config() const { return readFile(path("Config.xml")); }
 
   // Text of the element at `walk` (from "Config" down), or "<missing>".
-  std::string textAt(Walk walk, const std::string& file = "Config.xml") {
-    OxBase::CXmlBase xml;
-    xml.LoadFile(path(file));
-    return OxConfigMgr::xmlWalk(xml, walk) ? xml.GetData() : "<missing>";
-  }
+  std::string textAt(Walk walk, const std::string& file = "Config.xml") { return xmlText(path(file), walk); }
   // Removes the element at `walk` from "Config.xml".
   void removeAt(Walk walk) {
     OxBase::CXmlBase xml;

@@ -47,9 +47,8 @@ class CliSectionsTest : public oxtest::SectionsTest {
   }
   // Runs oxcfg here; expects `exitCode` and `part` in its output.
   void oxcfg(std::vector<std::string> args, int exitCode, const std::string& part = "") {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    const OxBase::CommandResult r = OxBase::Env::Default()->Run(args, "", "");
-    EXPECT_EQ(r.exitCode, exitCode) << args[3] << " " << args[4];
+    const OxBase::CommandResult r = oxtest::runOxcfgIn(dir(), args);
+    EXPECT_EQ(r.exitCode, exitCode) << args[0] << " " << args[1];
     EXPECT_NE(r.output.find(part), std::string::npos) << r.output;
   }
 };

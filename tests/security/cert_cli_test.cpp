@@ -17,8 +17,7 @@ class CertCliTest : public oxtest::WorkDirTest {
     oxtest::copyFactory(dir());
   }
   OxBase::CommandResult oxcfg(std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    return OxBase::Env::Default()->Run(args, input, "");
+    return oxtest::runOxcfgIn(dir(), std::move(args), input);
   }
   std::string conf(const std::string& name) const { return dir() + "/nginx/conf/" + name; }
 };

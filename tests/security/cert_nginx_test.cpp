@@ -59,7 +59,7 @@ class CertNginxTest : public oxtest::CertTest {
 };
 
 TEST_F(CertNginxTest, ServesSelfSignedCertificateWithAndWithoutKeyPassword) {
-  oxtest::ScopedTimeZone tz("UTC0");
+  oxtest::ScopedTZ tz("UTC0");
   COpenSSLCertificate cert;
   oxtest::NginxServer nginx;
   {

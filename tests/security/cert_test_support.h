@@ -36,27 +36,6 @@ using OxConfigMgr::cert::X509Ptr;
 // 2026-03-01 12:00:00 UTC.
 constexpr int64_t kFixedNow = 1772366400;
 
-// Sets TZ for the process while alive (the machine's zone is untouched).
-class ScopedTimeZone {
- public:
-  explicit ScopedTimeZone(const char* tz) {
-    const char* old = ::getenv("TZ");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
-    ::setenv("TZ", tz, 1);
-    ::tzset();
-  }
-  ~ScopedTimeZone() {
-    if (had_) ::setenv("TZ", old_.c_str(), 1);
-    else ::unsetenv("TZ");
-    ::tzset();
-  }
-
- private:
-  bool had_ = false;
-  std::string old_;
-};
-
 // The wall clock stands at `now` seconds.
 class FixedClockEnv : public OxBase::EnvWrapper {
  public:

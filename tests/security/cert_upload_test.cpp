@@ -67,7 +67,7 @@ class CertUploadTest : public oxtest::CertTest {
 };
 
 TEST_F(CertUploadTest, ValidCertificateIsKeptByteForByte) {
-  oxtest::ScopedTimeZone tz("UTC0");
+  oxtest::ScopedTZ tz("UTC0");
   const std::string pem = foreignCertificate();
   ASSERT_FALSE(pem.empty());
   ASSERT_EQ(upload(pem), 0);

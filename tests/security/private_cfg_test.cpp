@@ -21,12 +21,7 @@ class PrivateCfgTest : public oxtest::WorkDirTest {
     oxtest::copyFactory(dir());
   }
   std::string storage(const char* leaf) {
-    OxBase::CXmlBase xml;
-    if (xml.LoadFile(path("PrivateConfig.xml")) != 1 ||
-        !OxConfigMgr::xmlWalk(xml, {"PrivateConfig", "Encrypt", "Storage", leaf})) {
-      return "<absent>";
-    }
-    return xml.GetData();
+    return oxtest::xmlText(path("PrivateConfig.xml"), {"PrivateConfig", "Encrypt", "Storage", leaf});
   }
   static std::string keyHex(const tagEncryptInfo& e) {
     return Vlue2HexString(e.storageKey, 32);
@@ -114,29 +109,6 @@ TEST_F(PrivateCfgTest, WithoutEncryptNothingIsCreatedOrWritten) {
   EXPECT_EQ(oxtest::readFile(path("PrivateConfig.xml")), text);
 }
 
-TEST_F(PrivateCfgTest, TheBackupsStorageKeySurvivesTheUpgrade) {
-  CPrivateCfg old;
-  ASSERT_TRUE(old.loadFile());
-  tagEncryptInfo before;
-  old.getEncryptParams(before);
-  std::string backup = oxtest::readFile(path("PrivateConfig.xml"));
-  backup.replace(backup.find("<LDMPort>9010"), 13, "<LDMPort>9110");
-  oxtest::writeFile(path("PrivateConfig_Backup.xml"), backup);
-  oxtest::copyFactory(dir());  // the upgrade installs a fresh file
-
-  CPrivateCfg upgraded;
-  ASSERT_TRUE(upgraded.loadFile());
-  tagEncryptInfo after;
-  upgraded.getEncryptParams(after);
-  EXPECT_EQ(keyHex(after), keyHex(before));
-  OxConfigMgr::tagLDMInfo ldm;
-  upgraded.getLDMParams(ldm);
-  EXPECT_EQ(ldm.ldmPort, 9110);
-  EXPECT_FALSE(oxtest::fileExists(path("PrivateConfig_Backup.xml")));
-  EXPECT_EQ(oxtest::readFile(path("PrivateConfig.xml")).find("<Storage>"),
-            oxtest::readFile(path("PrivateConfig.xml")).rfind("<Storage>"));  // just one
-}
-
 TEST_F(PrivateCfgTest, AnUnparsableBackupStays) {
   oxtest::writeFile(path("PrivateConfig_Backup.xml"), "<PrivateConfig><LDM>");
   CPrivateCfg cfg;
@@ -219,14 +191,15 @@ TEST_F(PrivateCfgTest, AKeyThatDidNotReachTheFileFailsTheStartAndCreatesNoDataba
   EXPECT_TRUE(oxtest::fileExists(path("Config.db3")));
 }
 
-TEST_F(PrivateCfgTest, ABackupWhoseMergeWasNotWrittenStaysForTheNextStart) {
+TEST_F(PrivateCfgTest, TheBackupsStorageKeySurvivesTheUpgradeOnceItsMergeIsDurable) {
   CPrivateCfg old;
   ASSERT_TRUE(old.loadFile());
   tagEncryptInfo before;
   old.getEncryptParams(before);
-  const std::string backup = oxtest::readFile(path("PrivateConfig.xml"));
+  std::string backup = oxtest::readFile(path("PrivateConfig.xml"));
+  backup.replace(backup.find("<LDMPort>9010"), 13, "<LDMPort>9110");
   oxtest::writeFile(path("PrivateConfig_Backup.xml"), backup);
-  oxtest::copyFactory(dir());
+  oxtest::copyFactory(dir());  // the upgrade installs a fresh file
 
   // Every way the merged file can fail to become durable keeps the backup:
   // it may be the only copy of the previous key.
@@ -247,7 +220,12 @@ TEST_F(PrivateCfgTest, ABackupWhoseMergeWasNotWrittenStaysForTheNextStart) {
   tagEncryptInfo after;
   upgraded.getEncryptParams(after);
   EXPECT_EQ(keyHex(after), keyHex(before));
+  OxConfigMgr::tagLDMInfo ldm;
+  upgraded.getLDMParams(ldm);
+  EXPECT_EQ(ldm.ldmPort, 9110);
   EXPECT_FALSE(oxtest::fileExists(path("PrivateConfig_Backup.xml")));
+  const std::string merged = oxtest::readFile(path("PrivateConfig.xml"));
+  EXPECT_EQ(merged.find("<Storage>"), merged.rfind("<Storage>"));  // just one
 }
 
 }  // namespace

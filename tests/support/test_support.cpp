@@ -1,14 +1,21 @@
 #include "support/test_support.h"
 
+#include <arpa/inet.h>
 #include <dirent.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
+
+#include "frame/config_store.h"
+#include "platform/xml_base.h"
 
 namespace oxtest {
 
@@ -22,6 +29,12 @@ std::string readFile(const std::string& path) {
 void writeFile(const std::string& path, const std::string& content) {
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   out << content;
+}
+
+std::string xmlText(const std::string& path, std::initializer_list<const char*> walk) {
+  OxBase::CXmlBase xml;
+  if (xml.LoadFile(path) != 1 || !OxConfigMgr::xmlWalk(xml, walk)) return "<missing>";
+  return xml.GetData();
 }
 
 bool fileExists(const std::string& path) { return ::access(path.c_str(), F_OK) == 0; }
@@ -120,14 +133,16 @@ bool FaultEnv::skipped() {
   return skip_.fetch_sub(1) != 0;
 }
 
-bool FaultEnv::fails(Op op) {
-  if (op_ != op || skipped()) return false;
+bool FaultEnv::fails(Op op, const std::string* path) {
+  if (op_ != op) return false;
+  if (!part_.empty() && (!path || path->find(part_) == std::string::npos)) return false;
+  if (skipped()) return false;
   errno = errno_;
   return true;
 }
 
 int FaultEnv::Open(const std::string& p, int f, mode_t m) {
-  return fails(kOpen) ? -1 : EnvWrapper::Open(p, f, m);
+  return fails(kOpen, &p) ? -1 : EnvWrapper::Open(p, f, m);
 }
 ssize_t FaultEnv::Write(int fd, const void* d, size_t n) {
   if (op_ == kShortWrite && n > 1 && !skipped()) {
@@ -147,14 +162,52 @@ int FaultEnv::Close(int fd) {
   return EnvWrapper::Close(fd);
 }
 int FaultEnv::Rename(const std::string& a, const std::string& b) {
-  return fails(kRename) ? -1 : EnvWrapper::Rename(a, b);
+  return fails(kRename, &b) ? -1 : EnvWrapper::Rename(a, b);
 }
 int FaultEnv::SyncDir(const std::string& d) { return fails(kSyncDir) ? -1 : EnvWrapper::SyncDir(d); }
 int FaultEnv::Flock(int fd, int op) {
   return (op & LOCK_UN) == 0 && fails(kFlock) ? -1 : EnvWrapper::Flock(fd, op);
 }
 
+ScopedTZ::ScopedTZ(const std::string& tz) {
+  const char* old = std::getenv("TZ");
+  had_ = old != nullptr;
+  if (had_) old_ = old;
+  ::setenv("TZ", tz.c_str(), 1);
+  ::tzset();
+}
+
+ScopedTZ::~ScopedTZ() {
+  if (had_) {
+    ::setenv("TZ", old_.c_str(), 1);
+  } else {
+    ::unsetenv("TZ");
+  }
+  ::tzset();
+}
+
+OxBase::CommandResult runOxcfgIn(const std::string& dir, std::vector<std::string> args, const std::string& input) {
+  args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir});
+  return OxBase::Env::Default()->Run(args, input, "");
+}
+
 int openDescriptorCount() { return static_cast<int>(listDir("/proc/self/fd").size()) - 1; }
+
+LoopbackListener::LoopbackListener() {
+  fd_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  if (fd_ >= 0 && ::bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0 && ::listen(fd_, 1) == 0 &&
+      ::getsockname(fd_, reinterpret_cast<sockaddr*>(&addr), &len) == 0) {
+    port_ = ntohs(addr.sin_port);
+  }
+}
+
+LoopbackListener::~LoopbackListener() {
+  if (fd_ >= 0) ::close(fd_);
+}
 
 }  // namespace oxtest
 

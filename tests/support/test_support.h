@@ -7,6 +7,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -22,6 +23,9 @@ bool fileExists(const std::string& path);
 mode_t fileMode(const std::string& path);
 // Names in `dir` (no "." and "..").
 std::vector<std::string> listDir(const std::string& dir);
+// Text of the element at `walk` (from the root) in the file `path`;
+// "<missing>" when the file does not parse or the element is absent.
+std::string xmlText(const std::string& path, std::initializer_list<const char*> walk);
 // Copies the factory defaults (all files but README.md) into `dir`.
 void copyFactory(const std::string& dir);
 
@@ -97,6 +101,10 @@ class FaultEnv : public OxBase::EnvWrapper {
     skip_ = skip;
     once_ = true;
   }
+  // Only operations on paths containing `part` fail (the opened path, a
+  // temporary's included, or the target of a rename); the others are left
+  // alone and not counted.
+  void onlyPathsContaining(std::string part) { part_ = std::move(part); }
   int Open(const std::string& p, int f, mode_t m) override;
   ssize_t Write(int fd, const void* d, size_t n) override;
   int Fsync(int fd) override;
@@ -106,13 +114,52 @@ class FaultEnv : public OxBase::EnvWrapper {
   int Flock(int fd, int op) override;
 
  private:
-  bool fails(Op op);
+  bool fails(Op op, const std::string* path = nullptr);
   bool skipped();
   Op op_ = kNone;
   int errno_ = 0;
   std::atomic<int> skip_{0};
   bool once_ = false;
+  std::string part_;
 };
+
+// Sets TZ for the scope (the C library re-reads it), then puts back the
+// process's own value; the machine's zone is untouched.
+class ScopedTZ {
+ public:
+  explicit ScopedTZ(const std::string& tz);
+  ~ScopedTZ();
+  ScopedTZ(const ScopedTZ&) = delete;
+  ScopedTZ& operator=(const ScopedTZ&) = delete;
+
+ private:
+  bool had_ = false;
+  std::string old_;
+};
+
+// A TCP socket listening on 127.0.0.1 on a port the kernel chose: binding
+// that port on all addresses then fails, as for a port in use. port() is 0
+// when no socket could be made.
+class LoopbackListener {
+ public:
+  LoopbackListener();
+  ~LoopbackListener();
+  LoopbackListener(const LoopbackListener&) = delete;
+  LoopbackListener& operator=(const LoopbackListener&) = delete;
+  int port() const { return port_; }
+
+ private:
+  int fd_ = -1;
+  int port_ = 0;
+};
+
+// A port of 127.0.0.1 that the kernel handed out and that is free again.
+inline int freeLoopbackPort() { return LoopbackListener().port(); }
+
+// Runs this build's oxcfg on the working directory `dir` ("-C dir"), with
+// `input` on its standard input, as a separate process.
+OxBase::CommandResult runOxcfgIn(const std::string& dir, std::vector<std::string> args,
+                                 const std::string& input = "");
 
 // Number of descriptors open in this process.
 int openDescriptorCount();

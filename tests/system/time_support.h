@@ -109,30 +109,6 @@ class TimeEnv : public OxBase::EnvWrapper {
   std::vector<int64_t> clockSets_;
 };
 
-// Sets TZ for the scope (the C library re-reads it), then puts back the
-// process's own value.
-class ScopedTZ {
- public:
-  explicit ScopedTZ(const std::string& tz) {
-    const char* old = std::getenv("TZ");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
-    ::setenv("TZ", tz.c_str(), 1);
-    ::tzset();
-  }
-  ~ScopedTZ() {
-    if (had_) ::setenv("TZ", old_.c_str(), 1);
-    else ::unsetenv("TZ");
-    ::tzset();
-  }
-  ScopedTZ(const ScopedTZ&) = delete;
-  ScopedTZ& operator=(const ScopedTZ&) = delete;
-
- private:
-  bool had_ = false;
-  std::string old_;
-};
-
 // Seconds since 1970 of a UTC wall-clock time.
 inline int64_t utcSeconds(int year, int month, int day, int hour, int minute, int second) {
   struct tm t{};

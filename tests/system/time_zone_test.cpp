@@ -232,10 +232,7 @@ TEST_F(TimeZoneTest, StartMakesTheTimeObject) {
 // each one is also an offset without a zone, a second line of defence.
 TEST_F(TimeZoneTest, OxcfgShowsTheTimeAndRefusesBadTexts) {
   oxtest::copyFactory(dir());
-  auto oxcfg = [&](std::vector<std::string> args) {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
-    return OxBase::Env::Default()->Run(args, "", "");
-  };
+  auto oxcfg = [&](std::vector<std::string> args) { return oxtest::runOxcfgIn(dir(), std::move(args)); };
   OxBase::CommandResult r = oxcfg({"time", "show"});
   EXPECT_EQ(r.exitCode, 0) << r.output;
   EXPECT_NE(r.output.find("local time"), std::string::npos) << r.output;

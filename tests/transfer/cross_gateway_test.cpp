@@ -12,11 +12,6 @@ namespace {
 
 class CrossGatewayTest : public TransferTest {
  protected:
-  OxBase::CommandResult oxcfg(const std::string& dir, std::vector<std::string> args, const std::string& input = "") {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir});
-    return runCommand(args, input);
-  }
-
   // The subtree of `Config/Network/AddrList` as text.
   static std::string addrList(const std::string& file) {
     OxBase::CXmlBase xml;
@@ -43,12 +38,12 @@ TEST_F(CrossGatewayTest, ValuesMergeWhileLocalSectionsVersionAndAdministratorSta
   ASSERT_TRUE(setXmlText(otherCfg, {"Config", "BasicInfo", "SoftwareVersion"}, "1.7.0.0"));
   ASSERT_TRUE(setXmlText(other + "/PrivateConfig.xml", {"PrivateConfig", "LDM", "LDMPort"}, "7777"));
   ASSERT_TRUE(setXmlText(other + "/QAPIConfig.xml", {"Config", "QAPIConfig", "Mode"}, "other-mode"));
-  r = oxcfg(other, {"passwd"}, "alpha password\n");
+  r = runOxcfgIn(other, {"passwd"}, "alpha password\n");
   ASSERT_EQ(r.exitCode, 0) << r.output;
   writeFile(other + "/nginx/conf/cert.key", "OTHER KEY");
   writeFile(other + "/nginx/conf/cert.pem", "OTHER CERT");
   writeFile(other + "/nginx/conf/key.pass", "OTHER PASS");
-  r = oxcfg(other, {"export", path("other.zip")}, "transfer \"pw\" $(x)\n");
+  r = runOxcfgIn(other, {"export", path("other.zip")}, "transfer \"pw\" $(x)\n");
   ASSERT_EQ(r.exitCode, 0) << r.output;
   const std::string archive = readFile(path("other.zip"));
   ASSERT_EQ(unpack(archive, "transfer \"pw\" $(x)", path("view")), 0);
@@ -116,10 +111,10 @@ TEST_F(CrossGatewayTest, ValuesMergeWhileLocalSectionsVersionAndAdministratorSta
   EXPECT_FALSE(stagingLeft());
 
   // The command-line host imports the same way and reports the code.
-  r = oxcfg(dir(), {"import", path("other.zip")}, "wrong\n");
+  r = runOxcfgIn(dir(), {"import", path("other.zip")}, "wrong\n");
   EXPECT_EQ(r.exitCode, 1);
   EXPECT_NE(r.output.find("258"), std::string::npos) << r.output;
-  r = oxcfg(dir(), {"import", path("other.zip"), "extra"}, "x\n");
+  r = runOxcfgIn(dir(), {"import", path("other.zip"), "extra"}, "x\n");
   EXPECT_EQ(r.exitCode, 2);
 }
 

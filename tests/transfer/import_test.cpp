@@ -49,17 +49,10 @@ class ImportTest : public TransferTest {
   }
 };
 
-TEST_F(ImportTest, StartMakesOneObjectThatLoadsNothing) {
+TEST_F(ImportTest, OwnArchiveImportsAndLeavesTheUploadToTheCaller) {
   EXPECT_FALSE(OX_ConfigMgr_GetCfgImportAndExport());
   start();
-  auto transfer = OX_ConfigMgr_GetCfgImportAndExport();
-  ASSERT_TRUE(transfer);
-  EXPECT_EQ(transfer.get(), OX_ConfigMgr_GetCfgImportAndExport().get());
-  EXPECT_FALSE(stagingLeft());
-}
-
-TEST_F(ImportTest, OwnArchiveImportsAndLeavesTheUploadToTheCaller) {
-  start();
+  EXPECT_EQ(OX_ConfigMgr_GetCfgImportAndExport().get(), OX_ConfigMgr_GetCfgImportAndExport().get());
   std::string archive = exportArchive("pw");
   EXPECT_EQ(importArchive(archive, "pw"), 0);
   EXPECT_TRUE(log_.has(3, "LinuxConfig.xml file is exist."));
@@ -74,17 +67,6 @@ TEST_F(ImportTest, LegacyEncryptionAndNoEncryptionAreUnpackedLikeAes) {
   EXPECT_EQ(importArchive(craftedArchive([](const std::string&) {}, "legacy", false), "legacy"), 0);
   EXPECT_EQ(importArchive(plainArchive({}), "any password"), 0);
   EXPECT_FALSE(stagingLeft());
-}
-
-TEST_F(ImportTest, WrongPasswordGives258AndChangesNothing) {
-  start();
-  std::string archive = craftedArchive([](const std::string& s) {
-    ASSERT_TRUE(setXmlText(s + "/Config.xml", {"Config", "Network", "HTTP", "Port"}, "8088"));
-  });
-  const auto before = xmlState();
-  EXPECT_EQ(importArchive(archive, "not the password"), 258);
-  EXPECT_TRUE(log_.has(5, "decryptExtractCfg faild."));
-  expectNothingChanged(before);
 }
 
 struct VersionCase {
@@ -165,57 +147,59 @@ TEST_F(ImportTest, AddressListIsRebuiltFromTheArchiveEntryForEntry) {
   EXPECT_EQ(live.GetElemXml(), want.GetElemXml());
 }
 
-TEST_F(ImportTest, ArchiveWithoutMarkerGivesOne) {
+// Archives that cannot be taken: each gives its code, logs its line and
+// leaves the three XML files as they were, with no staging folder left.
+TEST_F(ImportTest, RefusedArchivesGiveTheirCodeAndChangeNothing) {
   start();
-  std::string archive = craftedArchive([](const std::string& s) { ::unlink((s + "/LinuxConfig.xml").c_str()); });
-  const auto before = xmlState();
-  EXPECT_EQ(importArchive(archive, "pw"), 1);
-  EXPECT_TRUE(log_.has(4, "import ConfigData is Windows Operating System."));
-  expectNothingChanged(before);
-}
-
-TEST_F(ImportTest, ArchiveWithoutSoftwareVersionGives258) {
-  start();
-  for (const char* content : {"<Config><Network/></Config>", "<Config><BasicInfo><Name>x</Name></BasicInfo></Config>",
-                              "garbage <<<", ""}) {
-    std::string archive = craftedArchive([&](const std::string& s) { writeFile(s + "/Config.xml", content); });
-    const auto before = xmlState();
-    EXPECT_EQ(importArchive(archive, "pw"), 258) << content;
-    expectNothingChanged(before);
-  }
-}
-
-TEST_F(ImportTest, GarbagePrivateOrDeviceApiFileGivesNineAndRollsBack) {
-  start();
-  for (const char* name : {"PrivateConfig.xml", "QAPIConfig.xml"}) {
-    std::string archive = craftedArchive([&](const std::string& s) {
-      ASSERT_TRUE(setXmlText(s + "/Config.xml", {"Config", "Network", "HTTP", "Port"}, "8077"));
-      writeFile(s + "/" + name, "\x01\x02 not xml");
-    });
-    const auto before = xmlState();
-    EXPECT_EQ(importArchive(archive, "pw"), 9) << name;
-    EXPECT_TRUE(log_.has(5, "importXMLCfg faild."));
-    expectNothingChanged(before);
-  }
-}
-
-TEST_F(ImportTest, DamagedArchivesGive258AndNeverHang) {
-  start();
-  std::string good = exportArchive("pw");
+  const std::string good = exportArchive("pw");
   std::string random(4096, '\0');
   for (size_t i = 0; i < random.size(); ++i) random[i] = static_cast<char>((i * 2654435761u) >> 13);
-  const std::vector<std::pair<const char*, std::string>> cases = {
-      {"empty", ""},
-      {"truncated", good.substr(0, good.size() / 2)},
-      {"tail cut", good.substr(0, good.size() - 10)},
-      {"random", random},
-      {"zip header only", "PK\x03\x04"},
+  auto withConfig = [&](const char* content) {
+    return craftedArchive([&](const std::string& s) { writeFile(s + "/Config.xml", content); });
+  };
+  // A new port, and `name` (when given) replaced by garbage.
+  auto withGarbage = [&](const char* name) {
+    return craftedArchive([&](const std::string& s) {
+      ASSERT_TRUE(setXmlText(s + "/Config.xml", {"Config", "Network", "HTTP", "Port"}, "8077"));
+      if (name) writeFile(s + "/" + name, "\x01\x02 not xml");
+    });
+  };
+  const struct {
+    const char* what;
+    std::string archive;
+    const char* password;
+    int code;
+    const char* message;  // logged at level 4 (code 1) or 5; null: none asked for
+  } rows[] = {
+      {"wrong password", withGarbage(nullptr), "not the password", 258, "decryptExtractCfg faild."},
+      {"no marker", craftedArchive([](const std::string& s) { ::unlink((s + "/LinuxConfig.xml").c_str()); }), "pw",
+       1, "import ConfigData is Windows Operating System."},
+      {"no version", withConfig("<Config><Network/></Config>"), "pw", 258, nullptr},
+      {"no version", withConfig("<Config><BasicInfo><Name>x</Name></BasicInfo></Config>"), "pw", 258, nullptr},
+      {"garbage Config.xml", withConfig("garbage <<<"), "pw", 258, nullptr},
+      {"empty Config.xml", withConfig(""), "pw", 258, nullptr},
+      {"garbage PrivateConfig.xml", withGarbage("PrivateConfig.xml"), "pw", 9, "importXMLCfg faild."},
+      {"garbage QAPIConfig.xml", withGarbage("QAPIConfig.xml"), "pw", 9, "importXMLCfg faild."},
+      {"empty archive", "", "pw", 258, nullptr},
+      {"truncated", good.substr(0, good.size() / 2), "pw", 258, nullptr},
+      {"tail cut", good.substr(0, good.size() - 10), "pw", 258, nullptr},
+      {"random bytes", random, "pw", 258, nullptr},
+      {"zip header only", "PK\x03\x04", "pw", 258, nullptr},
   };
   const auto before = xmlState();
-  for (const auto& c : cases) {
-    EXPECT_EQ(importArchive(c.second, "pw"), 258) << c.first;
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    EXPECT_EQ(importArchive(row.archive, row.password), row.code);
+    EXPECT_TRUE(!row.message || log_.has(row.code == 1 ? 4 : 5, row.message));
     expectNothingChanged(before);
   }
+  // No uploaded archive, then no archiver.
+  ::unlink(path("configurationIn.zip").c_str());
+  EXPECT_EQ(OX_ConfigMgr_GetCfgImportAndExport()->importConfigData("pw"), 258);
+  expectNothingChanged(before);
+  ::unlink(path("7za").c_str());
+  EXPECT_EQ(importArchive(good, "pw"), 258);
+  expectNothingChanged(before);
 }
 
 TEST_F(ImportTest, EntriesOutsideTheStagingFolderAreRefusedBeforeAnythingIsUnpacked) {
@@ -290,24 +274,6 @@ TEST_F(ImportTest, LeftoverStagingFolderIsReplacedAndRemoved) {
   EXPECT_FALSE(stagingLeft());
 }
 
-// Fails the first rename onto a file of the given name.
-class FailRenameEnv : public OxBase::EnvWrapper {
- public:
-  explicit FailRenameEnv(std::string name) : EnvWrapper(OxBase::Env::Current()), name_("/" + std::move(name)) {}
-  int Rename(const std::string& from, const std::string& to) override {
-    if (!failed_ && to.size() >= name_.size() && to.compare(to.size() - name_.size(), name_.size(), name_) == 0) {
-      failed_ = true;
-      errno = EIO;
-      return -1;
-    }
-    return EnvWrapper::Rename(from, to);
-  }
-
- private:
-  std::string name_;
-  bool failed_ = false;
-};
-
 TEST_F(ImportTest, FailureAtEachStepLeavesTheThreeXmlFilesAsTheyWere) {
   start();
   std::string archive = craftedArchive([](const std::string& s) {
@@ -329,7 +295,9 @@ TEST_F(ImportTest, FailureAtEachStepLeavesTheThreeXmlFilesAsTheyWere) {
     SCOPED_TRACE(step.file);
     const auto before = xmlState();
     const std::string db = readFile(path("Config.db3"));
-    FailRenameEnv env(step.file);
+    FaultEnv env;  // the first rename onto the file fails
+    env.failOnce(FaultEnv::kRename, EIO, 0);
+    env.onlyPathsContaining(std::string("/") + step.file);
     {
       ScopedEnv scoped(&env);
       EXPECT_EQ(importArchive(archive, "pw"), 9);
@@ -410,17 +378,6 @@ TEST_F(ImportTest, WithoutStartedUsersOrPrivateConfigurationTheXmlFilesGoBack) {
   const auto before = xmlState();
   EXPECT_EQ(transfer.importConfigData("pw"), 9);
   EXPECT_TRUE(log_.has(5, "OX_ConfigMgr_GetUserCfg faild."));
-  expectNothingChanged(before);
-}
-
-TEST_F(ImportTest, MissingArchiverOrArchiveGives258) {
-  start();
-  const auto before = xmlState();
-  EXPECT_EQ(OX_ConfigMgr_GetCfgImportAndExport()->importConfigData("pw"), 258);  // no configurationIn.zip
-  expectNothingChanged(before);
-  std::string archive = exportArchive("pw");
-  ::unlink(path("7za").c_str());
-  EXPECT_EQ(importArchive(archive, "pw"), 258);
   expectNothingChanged(before);
 }
 

@@ -90,13 +90,6 @@ inline std::string canonicalXml(const std::string& path) {
   return xml.ToString();
 }
 
-// Text of the element at `walk` in the file, "<missing>" when absent.
-inline std::string xmlText(const std::string& path, std::initializer_list<const char*> walk) {
-  OxBase::CXmlBase xml;
-  if (xml.LoadFile(path) != 1 || !OxConfigMgr::xmlWalk(xml, walk)) return "<missing>";
-  return xml.GetData();
-}
-
 // Sets the text of the element at `walk` in the file.
 inline bool setXmlText(const std::string& path, std::initializer_list<const char*> walk, const std::string& text) {
   OxBase::CXmlBase xml;
