@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <map>
@@ -196,6 +197,70 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
   for (const ObjectRow& row : rows) row.set(row.offValue);
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
   for (const ObjectRow& row : rows) EXPECT_EQ(row.get(), row.onValue) << row.object;
+}
+
+// Files that a start would repair or complete are taken as they stand:
+// memory follows, the file stays exactly as the other writer left it.
+TEST_F(LiveReloadTest, AReloadWritesNothingAndCarriesNothingOver) {
+  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
+  auto priv = OX_ConfigMgr_GetPrivateCfg();
+  auto nat = OX_ConfigMgr_GetNATGateway();
+  OxConfigMgr::tagEncryptInfo keyBefore;
+  priv->getEncryptParams(keyBefore);
+  ASSERT_NE(std::string(reinterpret_cast<const char*>(keyBefore.storageKey)), "");
+  const uint16_t natBefore = nat->getMinHTTPPort();
+  auto kind = [&] {
+    std::string k;
+    mgmt->getChecked(k);
+    return k;
+  };
+  struct Step {
+    const char* what;
+    std::string file;
+    std::function<std::string()> content;
+    std::function<bool()> taken;
+  };
+  const Step steps[] = {
+      {"a known kind", "Config.xml", [&] { return edited("Config.xml", {"Config", "DeviceMgmt", "Checked"}, "V"); },
+       [&] { return kind() == "encodingDev"; }},
+      // A start would write "AC" back.
+      {"an unknown kind", "Config.xml",
+       [&] { return edited("Config.xml", {"Config", "DeviceMgmt", "Checked"}, "bogus"); },
+       [&] { return kind() == "AccessControl"; }},
+      // A start would create and write new storage parameters.
+      {"private configuration without storage parameters", "PrivateConfig.xml",
+       [&] {
+         OxBase::CXmlBase xml;
+         EXPECT_EQ(xml.LoadFile(std::string(OXCFG_FACTORY_DIR) + "/PrivateConfig.xml"), 1);
+         EXPECT_TRUE(OxConfigMgr::xmlWalk(xml, {"PrivateConfig", "LDM", "LDMPort"}));
+         EXPECT_EQ(xml.ModifyData("LDMPort", "9301"), 1);
+         return xml.ToString();
+       },
+       [&] {
+         OxConfigMgr::tagLDMInfo ldm;
+         priv->getLDMParams(ldm);
+         OxConfigMgr::tagEncryptInfo key;
+         priv->getEncryptParams(key);
+         return ldm.ldmPort == 9301 && std::memcmp(key.storageKey, keyBefore.storageKey, sizeof key.storageKey) == 0;
+       }},
+      // The NAT ranges keep theirs when the section is gone; the port shows
+      // the file was read.
+      {"no NAT section", "Config.xml",
+       [&] {
+         std::string text = edited("Config.xml", {"Config", "Network", "HTTP", "ExternalPort"}, "30400");
+         const size_t from = text.find("<NATGateway>"), to = text.find("</NATGateway>");
+         return text.erase(from, to + std::strlen("</NATGateway>") - from);
+       },
+       [&] { return OX_ConfigMgr_GetNetworkCfg()->getExtHttpPort() == 30400 && nat->getMinHTTPPort() == natBefore; }},
+  };
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  for (const Step& step : steps) {
+    const std::string content = step.content();
+    foreignReplace(step.file, content);
+    EXPECT_TRUE(eventually(step.taken)) << step.what;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(oxtest::readFile(path(step.file)), content) << step.what;
+  }
 }
 
 TEST_F(LiveReloadTest, OwnWritesAreNotReloaded) {
