@@ -208,7 +208,7 @@ TEST_F(LiveReloadTest, AReloadWritesNothingAndCarriesNothingOver) {
   OxConfigMgr::tagEncryptInfo keyBefore;
   priv->getEncryptParams(keyBefore);
   ASSERT_NE(std::string(reinterpret_cast<const char*>(keyBefore.storageKey)), "");
-  const uint16_t natBefore = nat->getMinHTTPPort();
+  std::string natBefore;  // the bound of the file the section is removed from
   auto kind = [&] {
     std::string k;
     mgmt->getChecked(k);
@@ -247,11 +247,15 @@ TEST_F(LiveReloadTest, AReloadWritesNothingAndCarriesNothingOver) {
       // the file was read.
       {"no NAT section", "Config.xml",
        [&] {
+         natBefore = textAt({"Config", "NATGateway", "PortRangeList", "PortRange", "min"});
          std::string text = edited("Config.xml", {"Config", "Network", "HTTP", "ExternalPort"}, "30400");
          const size_t from = text.find("<NATGateway>"), to = text.find("</NATGateway>");
          return text.erase(from, to + std::strlen("</NATGateway>") - from);
        },
-       [&] { return OX_ConfigMgr_GetNetworkCfg()->getExtHttpPort() == 30400 && nat->getMinHTTPPort() == natBefore; }},
+       [&] {
+         return OX_ConfigMgr_GetNetworkCfg()->getExtHttpPort() == 30400 &&
+                std::to_string(nat->getMinHTTPPort()) == natBefore;
+       }},
   };
   ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
   for (const Step& step : steps) {
