@@ -1,51 +1,16 @@
 // The cost of the getters of the section objects and of the network object,
 // answered from memory on a started library, on one thread and, for the
 // records, on two at once.
-#include <benchmark/benchmark.h>
-#include <unistd.h>
-
-#include <oxconfigmgr/OxConfigMgr.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
+
+#include "bench_library.h"
 
 namespace {
 
-// Starts the library once, in a fresh directory laid out from the factory
-// defaults.
-bool startedLibrary() {
-  static const bool started = [] {
-    char tmpl[] = "/tmp/oxcfg-bench-getters-XXXXXX";
-    const char* dir = ::mkdtemp(tmpl);
-    if (!dir) return false;
-    for (const char* name : {"Config.xml", "PrivateConfig.xml", "QAPIConfig.xml", "ARCConfig.xml",
-                             "ConvertCodeConfig.xml"}) {
-      std::ifstream in(std::string(OXCFG_FACTORY_DIR) + "/" + name);
-      std::stringstream ss;
-      ss << in.rdbuf();
-      std::ofstream(std::string(dir) + "/" + name) << ss.str();
-    }
-    if (::chdir(dir) != 0) return false;
-    return OX_ConfigMgr_Start() == 1;
-  }();
-  return started;
-}
-
-// Calls `get(handle)` in the benchmark loop; `handle` comes from `obtain`
-// on the started library.
-template <class Obtain, class Get>
-void runGetter(benchmark::State& state, Obtain obtain, Get get) {
-  if (!startedLibrary()) {
-    state.SkipWithError("library did not start");
-    return;
-  }
-  auto handle = obtain();
-  for (auto _ : state) get(*handle);
-}
+using oxbench::runGetter;
+using oxbench::startedLibrary;
 
 void BM_BasicProductName(benchmark::State& state) {
   runGetter(state, OX_ConfigMgr_GetBasicCfg,

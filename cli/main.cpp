@@ -401,6 +401,19 @@ int main(int argc, char** argv) {
     return kExitUsage;
   }
   std::vector<std::string> rest(args.begin() + static_cast<long>(words), args.end());
+  // `watch DIR` watches DIR: it becomes the working directory before the
+  // library starts, as with -C, so the directory this runs from needs no
+  // configuration of its own.
+  if (c->name == "watch") {
+    auto dir = std::find_if(rest.begin(), rest.end(), [](const std::string& a) { return a.compare(0, 1, "-") != 0; });
+    if (dir != rest.end()) {
+      if (::chdir(dir->c_str()) != 0) {
+        std::fprintf(stderr, "oxcfg: cannot watch %s: %s\n", dir->c_str(), std::strerror(errno));
+        return kExitRefused;
+      }
+      rest.erase(dir);
+    }
+  }
   bool builtin = false;
   for (const auto& b : builtinCommands()) builtin = builtin || &b == c;
   if (!builtin && !startLibrary(false)) return kExitRefused;

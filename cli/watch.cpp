@@ -8,9 +8,7 @@
 
 #include <oxconfigmgr/OxConfigMgr.h>
 
-#include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
@@ -102,30 +100,16 @@ std::string realPath(const std::string& path) {
 }
 
 int runWatch(const std::vector<std::string>& args) {
-  // The global --json is taken off the command line before the command runs.
+  // The global --json is taken off the command line before the command runs;
+  // so is DIR, which main made the working directory before the start.
   bool json = jsonOutput();
-  std::string dir;
   for (const auto& a : args) {
     if (a == "--json") {
       json = true;
-    } else if (dir.empty() && !a.empty() && a[0] != '-') {
-      dir = a;
     } else {
       std::fprintf(stderr, "usage: oxcfg [-C DIR] watch [DIR] [--json]\n");
       return 2;
     }
-  }
-  // The library runs in the working directory: another directory is watched
-  // by the same command started there.
-  if (!dir.empty() && realPath(dir) != realPath(".")) {
-    std::vector<std::string> again = {"oxcfg", "-C", dir, "watch"};
-    if (json) again.push_back("--json");
-    std::vector<char*> argv;
-    for (auto& a : again) argv.push_back(&a[0]);
-    argv.push_back(nullptr);
-    ::execv("/proc/self/exe", argv.data());
-    std::fprintf(stderr, "oxcfg: cannot watch %s: %s\n", dir.c_str(), std::strerror(errno));
-    return 1;
   }
 
   // The library's threads inherit the mask: only this thread takes the

@@ -1,5 +1,5 @@
 // Feeds arbitrary bytes as "Config.xml" to the network and NAT gateway
-// loaders, in a private working directory.
+// loaders and the network's reloads, in a private working directory.
 #include <unistd.h>
 
 #include <oxconfigmgr/OxNATGateway.h>
@@ -40,6 +40,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!OxBase::WriteFileAtomic("Config.xml", text).ok()) return 0;
 
   OxConfigMgr::CNetworkCfg network;
+  // The reloads read the input as it stands (loadFile writes it back).
+  if (network.reloadAddrList()) {
+    std::vector<_NIC_INFO_V4> table;
+    network.getIPv4List(table);
+    if (table.size() > 16) std::abort();
+  }
+  network.reloadFile();
   if (network.loadFile()) {
     // The table as loaded: its texts must stay inside their fields.
     std::vector<_NIC_INFO_V4> table;

@@ -54,6 +54,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (!OxBase::WriteFileAtomic("Config.xml", text).ok()) return 0;
   if (!OxBase::WriteFileAtomic("QAPIConfig.xml", text).ok()) return 0;
 
+  // The reload reads the input as it stands (the loads below may repair it).
+  OxConfigMgr::CDeviceMgmtCfg reloaded;
+  reloaded.reloadFile();
   OxConfigMgr::CBasicCfg basic;
   basic.loadFile();
   if (std::string(basic.getProductName()).size() > 32 || std::string(basic.getWebSessionID()).size() > 10) {

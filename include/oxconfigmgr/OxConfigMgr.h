@@ -88,9 +88,10 @@ OXCFG_API int OX_ConfigMgr_Uninit(void);
 // not trigger one. A burst of replacements costs one reload per object. A
 // file that does not parse (a hand edit in progress) leaves the values in
 // memory as they were and is logged once; the next good version is taken.
-// Files reloaded: "Config.xml" (product name, alarm monitor, network ports
-// and mapping switches, event subscription, metadata, Wisp listening and
-// HTTP host notification) and "QAPIConfig.xml".
+// Files reloaded: "Config.xml" (product name, alarm monitor, network ports,
+// mapping switches and address table, event subscription, metadata, Wisp
+// listening, HTTP host notification, device management, maintenance and the
+// NAT gateway ranges), "QAPIConfig.xml" and "PrivateConfig.xml".
 
 // 1 switches it on (returns 1, or 0 when the directory cannot be watched,
 // logged), 0 switches it off (returns 1). Thread-safe. Switching off, Stop

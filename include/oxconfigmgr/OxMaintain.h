@@ -28,7 +28,9 @@ class OXCFG_API CMaintain {
   // Reads the section. False when "Config.xml" cannot be read or Config,
   // Maintain, Log, Log/Enable or Log/Level is missing. Missing clean-up
   // values read as 1 hour and 200 days; LogDeviceTransparent reads as 1 for
-  // any non-zero number. Does not touch the log configuration.
+  // any non-zero number. Does not touch the log configuration and writes
+  // nothing: live reload runs it again when another process replaced the
+  // file (getters see each value old or new). False leaves memory untouched.
   bool loadFile();
   // Opens the system-log connection (replacing one made earlier). True
   // unless the connection object could not be made.

@@ -2,8 +2,9 @@
 //
 // CNATGateway holds the port ranges the gateway may use on a NAT router for
 // its HTTP, RTSP and HTTPS mappings. It only reads: the instance manager
-// calls loadFile() once at start; the getters answer from memory, take no
-// lock and never throw. Nothing writes the section.
+// calls loadFile() once at start (live reload calls it again when another
+// writer replaced the file); the getters answer from memory, take no lock and
+// never throw. Nothing writes the section.
 #ifndef OXCONFIGMGR_OXNATGATEWAY_H
 #define OXCONFIGMGR_OXNATGATEWAY_H
 
@@ -24,7 +25,9 @@ class OXCFG_API CNATGateway {
   // exact); a range with a missing or unknown "Protocol" belongs to the
   // protocol of the range before it (ignored when there is none). False when
   // "Config.xml" cannot be read or "Config", "NATGateway" or "PortRangeList"
-  // is missing; ranges read so far stay. Not for concurrent use.
+  // is missing (memory then untouched). Memory only: it may run again, to
+  // take a file that another writer replaced; getters see each bound either
+  // old or new. Not for concurrent use with itself.
   bool loadFile();
 
   // Bounds of the HTTP and RTSP ranges; 0 when not loaded.

@@ -25,6 +25,7 @@
 #include <oxconfigmgr/OxMutex.h>
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -81,6 +82,13 @@ class OXCFG_API CNetworkCfg {
   // memory untouched, when the file does not parse. Thread-safe against the
   // getters; serialised by the caller against other reloads.
   bool reloadFile();
+  // Takes the address table of a "Config.xml" that another process
+  // replaced: its entries (addresses, outside addresses and protocol
+  // bindings, at most 16) become the table, an address keeping the adapter
+  // name it had. Memory only, under the table's lock. False, with the table
+  // untouched, when the file does not parse or lists no usable address.
+  // The next adapter refresh reconciles the table with the adapters.
+  bool reloadAddrList();
 
   // ---- ports and switches (memory, lock-free) ------------------------------
   uint16_t getHttpPort() const;
@@ -256,6 +264,9 @@ class OXCFG_API CNetworkCfg {
   struct Loader;     // the steps of loadFile
   struct SetterRow;  // one row of the setter table
   uint32_t runSetter(const SetterRow& row, uint32_t first, uint32_t second);
+  // resetAddrList, with `change` (if any) made to the table first, under
+  // the file's transaction.
+  int rewriteAddrList(const std::function<void()>& change);
   void releaseStorageClient();
 
   uint8_t addrCount;

@@ -74,6 +74,12 @@ class OXCFG_API CPrivateCfg {
   // with a key that no file holds). May run again (after an import). Not to
   // be run concurrently with itself; getters may run meanwhile. Never throws.
   bool loadFile();
+  // Reads the records again from a "PrivateConfig.xml" that another writer
+  // replaced: memory only, under the record mutex; no carry-over, no storage
+  // parameters created, nothing written or logged of the key. A file without
+  // storage parameters keeps the key in memory. 1, or 0 with the records
+  // untouched when the file cannot be read or parsed.
+  int reloadFile();
 
   // Copies of the records; thread-safe.
   void getLDMParams(tagLDMInfo& out);

@@ -168,6 +168,13 @@ class OXCFG_API CDeviceMgmtCfg {
   // Calls are serialised with each other and with loadFile (one lock order:
   // this class's mutex, then the file).
   int updateChecked(const std::string& kind);
+  // Reads the kind again from a "Config.xml" that another process replaced:
+  // memory only, nothing written (an unknown or missing kind is taken as
+  // "AccessControl", as loadFile would, but not repaired in the file). 1, or
+  // 0 with memory untouched when the file does not parse. Takes this class's
+  // mutex and not the file's transaction, so it may run while other
+  // read-modify-writes of the file are under way.
+  int reloadFile();
 
  private:
   std::atomic<int> m_kind;  // 0 not loaded, 1 encodingDev, 2 AccessControl

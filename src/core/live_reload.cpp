@@ -6,7 +6,10 @@
 
 #include <oxconfigmgr/OxAlarmMonitorCfg.h>
 #include <oxconfigmgr/OxBasicCfg.h>
+#include <oxconfigmgr/OxMaintain.h>
+#include <oxconfigmgr/OxNATGateway.h>
 #include <oxconfigmgr/OxNetworkCfg.h>
+#include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxSwitchCfg.h>
 
 #include "core/instance_mgr.h"
@@ -52,27 +55,40 @@ std::atomic<LiveReload*> s_made{nullptr};
 // Which objects read which file. Every reload is memory only: no carry-over,
 // no write, no legacy clean-up (those stay with the start). Objects whose
 // file no other writer changes at run time (databases, keys, certificates)
-// have no row.
+// have no row, nor has CTimeCfg: it keeps nothing in memory (the zone and
+// the clock are asked of the system at each call).
 const ReloadRow* reloadRows(size_t* count) {
   using M = CInstanceMgr;
+  constexpr ReloadRow::Order kTxn = ReloadRow::kInFileTxn;
   static const ReloadRow kRows[] = {
-      {"Config.xml", "CBasicCfg",
+      {"Config.xml", "CBasicCfg", kTxn,
        [](M& m) { return reloadSlot(m.getBasicCfg(), [](CBasicCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CAlarmMonitorCfg",
+      {"Config.xml", "CAlarmMonitorCfg", kTxn,
        [](M& m) { return reloadSlot(m.getAlarmMonitorCfg(), [](CAlarmMonitorCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CNetworkCfg",
+      {"Config.xml", "CNetworkCfg", kTxn,
        [](M& m) { return reloadSlot(m.getNetworkCfg(), [](CNetworkCfg& o) { return o.reloadFile(); }); }},
-      {"Config.xml", "CEventSubCfg",
+      {"Config.xml", "CNetworkCfg address table", kTxn,
+       [](M& m) { return reloadSlot(m.getNetworkCfg(), [](CNetworkCfg& o) { return o.reloadAddrList(); }); }},
+      {"Config.xml", "CEventSubCfg", kTxn,
        [](M& m) { return reloadSlot(m.getEventSubCfg(), [](CEventSubCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CMetadataCfg",
+      {"Config.xml", "CMetadataCfg", kTxn,
        [](M& m) { return reloadSlot(m.getMetadataCfg(), [](CMetadataCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CWispListenCfg",
+      {"Config.xml", "CWispListenCfg", kTxn,
        [](M& m) { return reloadSlot(m.getWispListenCfg(), [](CWispListenCfg& o) { return o.reloadFile() == 1; }); }},
-      // Its load reads without writing: it serves as the reload.
-      {"Config.xml", "CHttpHostCfg",
+      // The loads of these three read without writing: they serve as the
+      // reload.
+      {"Config.xml", "CHttpHostCfg", kTxn,
        [](M& m) { return reloadSlot(m.getHttpHostCfg(), [](CHttpHostCfg& o) { return o.loadFile() == 1; }); }},
-      {"QAPIConfig.xml", "CQAPICfg",
+      {"Config.xml", "CMaintain", kTxn,
+       [](M& m) { return reloadSlot(m.getMaintain(), [](CMaintain& o) { return o.loadFile(); }); }},
+      {"Config.xml", "CNATGateway", kTxn,
+       [](M& m) { return reloadSlot(m.getNATGateway(), [](CNATGateway& o) { return o.loadFile(); }); }},
+      {"Config.xml", "CDeviceMgmtCfg", ReloadRow::kOwnLockFirst,
+       [](M& m) { return reloadSlot(m.getDeviceMgmtCfg(), [](CDeviceMgmtCfg& o) { return o.reloadFile() == 1; }); }},
+      {"QAPIConfig.xml", "CQAPICfg", kTxn,
        [](M& m) { return reloadSlot(m.getQAPICfg(), [](CQAPICfg& o) { return o.reloadFile() == 1; }); }},
+      {"PrivateConfig.xml", "CPrivateCfg", kTxn,
+       [](M& m) { return reloadSlot(m.getPrivateCfg(), [](CPrivateCfg& o) { return o.reloadFile() == 1; }); }},
   };
   *count = sizeof kRows / sizeof kRows[0];
   return kRows;
@@ -187,43 +203,50 @@ bool LiveReload::reloadFile(const std::string& file) {
   const ReloadRow* rows = reloadRows(&count);
   bool any = false;
   try {
-    const std::string path = OX_BASE_GetCurDir() + file;
-    // Serialised with this process's setters of the file: a setter's write
-    // and its memory update are then either wholly before the reload (which
-    // reads them back) or wholly after it (and win).
-    ConfigFileTxn txn(path);
-    OxBase::CXmlBase probe;
-    const bool parses = probe.LoadFile(path) == 1;
-    {
-      std::lock_guard<std::mutex> lock(m_failMutex);
-      if (!parses) {
-        // Logged once per bad version streak; the old values stay.
-        if (m_failed.insert(file).second) {
-          xlog_format(4, "OXW", "[%s(%d)] %s does not parse, the values in memory are kept",
-                      "reloadFile", __LINE__, file.c_str());
-        }
-        return false;
-      }
-      m_failed.erase(file);
-    }
     CInstanceMgr& mgr = *CSingleton<CInstanceMgr>::Instance();
-    for (size_t i = 0; i < count; ++i) {
-      if (file != rows[i].file) continue;
-      int rc = 0;
-      try {
-        rc = rows[i].reload(mgr);
-      } catch (...) {
-        rc = 0;
+    // Runs the rows of the file that keep `order`.
+    auto runRows = [&](ReloadRow::Order order) {
+      for (size_t i = 0; i < count; ++i) {
+        if (file != rows[i].file || rows[i].order != order) continue;
+        int rc = 0;
+        try {
+          rc = rows[i].reload(mgr);
+        } catch (...) {
+          rc = 0;
+        }
+        if (rc == 1) {
+          any = true;
+          xlog_format(2, "OXW", "[%s(%d)] %s reloaded from %s", "reloadFile", __LINE__, rows[i].object,
+                      file.c_str());
+        } else if (rc == 0) {
+          xlog_format(4, "OXW", "[%s(%d)] %s kept its values: %s gave none", "reloadFile", __LINE__,
+                      rows[i].object, file.c_str());
+        }
       }
-      if (rc == 1) {
-        any = true;
-        xlog_format(2, "OXW", "[%s(%d)] %s reloaded from %s", "reloadFile", __LINE__, rows[i].object,
-                    file.c_str());
-      } else if (rc == 0) {
-        xlog_format(4, "OXW", "[%s(%d)] %s kept its values: %s gave none", "reloadFile", __LINE__,
-                    rows[i].object, file.c_str());
+    };
+    {
+      const std::string path = OX_BASE_GetCurDir() + file;
+      // Serialised with this process's setters of the file: a setter's write
+      // and its memory update are then either wholly before the reload
+      // (which reads them back) or wholly after it (and win).
+      ConfigFileTxn txn(path);
+      OxBase::CXmlBase probe;
+      const bool parses = probe.LoadFile(path) == 1;
+      {
+        std::lock_guard<std::mutex> lock(m_failMutex);
+        if (!parses) {
+          // Logged once per bad version streak; the old values stay.
+          if (m_failed.insert(file).second) {
+            xlog_format(4, "OXW", "[%s(%d)] %s does not parse, the values in memory are kept",
+                        "reloadFile", __LINE__, file.c_str());
+          }
+          return false;
+        }
+        m_failed.erase(file);
       }
+      runRows(ReloadRow::kInFileTxn);
     }
+    runRows(ReloadRow::kOwnLockFirst);
   } catch (...) {
     return false;
   }

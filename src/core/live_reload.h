@@ -30,8 +30,20 @@ class CInstanceMgr;
 // reloads. One table for every file (live_reload.cpp), beside the start
 // table of the same objects.
 struct ReloadRow {
+  // How a reload keeps the object's lock order.
+  enum Order {
+    // Inside the file's transaction (ConfigFileTxn), which the object's
+    // setters hold around their write and memory update: the reload sees
+    // each of them wholly before or wholly after it.
+    kInFileTxn,
+    // Outside it: the object's setters take their own lock before the
+    // file's, and so does its reload; it reads the file's current whole
+    // version (files are only ever replaced whole).
+    kOwnLockFirst,
+  };
   const char* file;    // name in the working directory
   const char* object;  // class name, for the log
+  Order order;
   // Reads the object's values again, memory only: 1 done; 0 the file gave no
   // values (memory untouched); -1 the object is not started (nothing to do).
   int (*reload)(CInstanceMgr& m);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <shared_mutex>
 
@@ -238,21 +239,24 @@ std::string CNetworkCfg::getDeviceOuterAddr() const {
   return entryZeroText(addrList, &_NIC_INFO_V4::deviceExternal);
 }
 
-int CNetworkCfg::setProtocolBindIPv4(DeviceProtocol protocol, std::string ip) {
-  try {
-    std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
-    const size_t count = std::min<size_t>(addrCount, kMaxEntries);
-    for (size_t i = 0; i < count; ++i) {
-      if (fieldEquals(addrList[i].ipv4, ip)) {
-        addrList[i].protocolMask |= protocol;
-      } else {
-        addrList[i].protocolMask &= ~static_cast<uint32_t>(protocol);
-      }
+namespace {
+
+// Binds `protocol` to exactly the entries whose address is `ip`. Runs under
+// the table's exclusive lock.
+void bindProtocol(_NIC_INFO_V4* table, size_t count, DeviceProtocol protocol, const std::string& ip) {
+  for (size_t i = 0; i < count; ++i) {
+    if (fieldEquals(table[i].ipv4, ip)) {
+      table[i].protocolMask |= protocol;
+    } else {
+      table[i].protocolMask &= ~static_cast<uint32_t>(protocol);
     }
-  } catch (...) {
-    return 2;
   }
-  return resetAddrList();
+}
+
+}  // namespace
+
+int CNetworkCfg::setProtocolBindIPv4(DeviceProtocol protocol, std::string ip) {
+  return rewriteAddrList([&] { bindProtocol(addrList, std::min<size_t>(addrCount, kMaxEntries), protocol, ip); });
 }
 
 int CNetworkCfg::checkProtocolBindIPv4(std::string ip) {
@@ -267,23 +271,29 @@ int CNetworkCfg::checkProtocolBindIPv4(std::string ip) {
   return 0;
 }
 
-int CNetworkCfg::resetAddrList() {
+int CNetworkCfg::resetAddrList() { return rewriteAddrList(nullptr); }
+
+// The change to memory is made inside the file's transaction: a reload of a
+// file that another process replaced (which takes the transaction) then
+// comes wholly before it or wholly after the write that carries it, never
+// between the two, where it would drop the change from both.
+int CNetworkCfg::rewriteAddrList(const std::function<void()>& change) {
   static OSL_Mutex s_mutex;
   bool read = false;
   try {
     OSL_Guard guard(&s_mutex);
     ConfigFileTxn txn(getConfigFilePath());
-    CXmlBase xml;
-    if (readConfigFile(xml) != 1) return 2;
-    read = true;
-
     _NIC_INFO_V4 table[kMaxEntries];
     size_t count;
     {
-      std::shared_lock<OxBase::CRWLock> lock(addrTableLock());
+      std::unique_lock<OxBase::CRWLock> lock(addrTableLock());
+      if (change) change();
       std::memcpy(table, addrList, sizeof table);
       count = std::min<size_t>(addrCount, kMaxEntries);
     }
+    CXmlBase xml;
+    if (readConfigFile(xml) != 1) return 2;
+    read = true;
     if (xml.FindElem("Config") && xml.IntoElem() && xml.FindElem("Network") && xml.IntoElem() &&
         xml.FindElem("AddrList")) {
       xml.RemoveChildren("Addr");

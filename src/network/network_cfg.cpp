@@ -1,6 +1,7 @@
 // CNetworkCfg: construction, loading of the "Network" section and getters.
 #include <oxconfigmgr/OxNetworkCfg.h>
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 
@@ -250,6 +251,34 @@ bool CNetworkCfg::reloadFile() {
       const Field& f = Field::get(static_cast<Field::Id>(id));
       if (f.kind != Field::kType) f.store(*this, f.read(fresh));
     }
+    return true;
+  } catch (...) {
+    return false;
+  }
+}
+
+bool CNetworkCfg::reloadAddrList() {
+  try {
+    CXmlBase xml;
+    if (readConfigFile(xml) != 1) return false;
+    CNetworkCfg fresh;
+    if (enter(xml, "Config") && enter(xml, "Network")) Loader::readAddrList(fresh, xml);
+    // A list without a usable address says nothing about this machine.
+    if (fresh.addrListReady == 0) return false;
+    const size_t count = std::min<size_t>(fresh.addrCount, kMaxAddrEntries);
+    std::unique_lock<OxBase::CRWLock> lock(netinternal::addrTableLock());
+    // The file does not hold the adapters' names: an address keeps its own.
+    for (size_t i = 0; i < count; ++i) {
+      const size_t known = std::min<size_t>(addrCount, kMaxAddrEntries);
+      for (size_t j = 0; j < known; ++j) {
+        if (std::memcmp(addrList[j].ipv4, fresh.addrList[i].ipv4, sizeof addrList[j].ipv4) == 0) {
+          std::memcpy(fresh.addrList[i].description, addrList[j].description, sizeof addrList[j].description);
+          break;
+        }
+      }
+    }
+    std::memcpy(addrList, fresh.addrList, sizeof addrList);
+    addrCount = static_cast<uint8_t>(count);
     return true;
   } catch (...) {
     return false;

@@ -76,6 +76,22 @@ int CDeviceMgmtCfg::loadFile() try {
   return 0;
 }
 
+int CDeviceMgmtCfg::reloadFile() try {
+  // The class's order: its mutex first. The file's transaction is not
+  // needed: files are replaced whole, so the read sees one complete version,
+  // and updateChecked changes file and memory under this same mutex.
+  OSL_Guard guard(&kindMutex());
+  OxBase::CXmlBase xml;
+  if (readConfigFile(xml) != 1) return 0;
+  std::string checked;
+  if (xmlWalk(xml, {"Config", "DeviceMgmt"})) xmlChildText(xml, "Checked", &checked);
+  // What a start would make of the file, without writing the repair back.
+  m_kind.store(checked == "V" ? kEncodingDev : kAccessControl);
+  return 1;
+} catch (...) {
+  return 0;
+}
+
 int CDeviceMgmtCfg::getChecked(std::string& out) const try {
   out = kindName(m_kind.load());
   return 0;

@@ -110,6 +110,15 @@ bool CPrivateCfg::loadFile() try {
   return false;
 }
 
+int CPrivateCfg::reloadFile() try {
+  // Without storage parameters in the file the key in memory stays: only a
+  // start creates (and writes) one.
+  int createStorage = 0;
+  return readAllParam(createStorage) ? 1 : 0;
+} catch (...) {
+  return 0;
+}
+
 // The getters copy under the record mutex; a failed lock leaves `out` as it
 // was rather than throwing into the host.
 #define OXCFG_COPY_RECORD(out, member) \

@@ -55,8 +55,11 @@ bool readInt(CXmlBase& xml, const char* name, int32_t* out) {
   return true;
 }
 
-// Shared body of enableLog and setLogLevel: replaces the text of Log/<leaf>.
-int setLogChild(const char* leaf, int value) {
+// Shared body of enableLog and setLogLevel: replaces the text of Log/<leaf>
+// and, once it is written, `member`. Memory changes inside the transaction,
+// so a reload of a file that another process replaced meanwhile never
+// lands between this write and its memory update.
+int setLogChild(const char* leaf, int value, std::atomic<int32_t>* member) {
   ConfigFileTxn txn(getConfigFilePath());
   CXmlBase xml;
   if (readConfigFile(xml) != 1) return 2;
@@ -66,6 +69,7 @@ int setLogChild(const char* leaf, int value) {
     return 1;
   }
   if (writeConfigFile(xml) != 1) return 3;
+  member->store(value, std::memory_order_relaxed);
   return 0;
 }
 
@@ -134,9 +138,8 @@ int CMaintain::setLogLevel(XLOG_LEVEL level) {
 
 int CMaintain::setLogSwitch(const char* leaf, int value, std::atomic<int32_t>* member) {
   try {
-    int rc = setLogChild(leaf, value);
+    int rc = setLogChild(leaf, value, member);
     if (rc != 0) return rc;
-    member->store(value, std::memory_order_relaxed);
   } catch (...) {
     return 3;
   }

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <map>
@@ -76,6 +77,21 @@ class LiveReloadTest : public oxtest::SectionsTest {
     EXPECT_EQ(xml.ModifyData("ExternalPort", std::to_string(port).c_str()), 1);
     return xml.ToString();
   }
+  // `file` with the text of the element at `walk` (from the root down; the
+  // first element of each name) replaced by `value`.
+  std::string edited(const std::string& file, const std::vector<const char*>& walk, const std::string& value) {
+    OxBase::CXmlBase xml;
+    EXPECT_EQ(xml.LoadFile(path(file)), 1);
+    for (size_t i = 0; i + 1 < walk.size(); ++i) EXPECT_TRUE(xml.FindElem(walk[i]) && xml.IntoElem()) << walk[i];
+    EXPECT_EQ(xml.ModifyData(walk.back(), value.c_str()), 1) << walk.back();
+    return xml.ToString();
+  }
+  // Another process (not this library) renames an edited copy over `file`.
+  void foreignProcessEdit(const std::string& file, const std::vector<const char*>& walk, const std::string& value) {
+    oxtest::writeFile(path(".edit"), edited(file, walk, value));
+    const OxBase::CommandResult r = OxBase::Env::Default()->Run({"mv", path(".edit"), path(file)}, "", "");
+    ASSERT_EQ(r.exitCode, 0) << r.output;
+  }
   // Runs oxcfg in the working directory: another process of the gateway.
   void otherProcess(std::vector<std::string> args) {
     args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir()});
@@ -85,50 +101,170 @@ class LiveReloadTest : public oxtest::SectionsTest {
   Calls calls_;
 };
 
+// One row per reloaded object: how another process changes one of its
+// values, and how this process reads it.
+struct ObjectRow {
+  const char* object;
+  // The change another process makes to `value`.
+  std::function<void(const std::string& value)> set;
+  std::function<std::string()> get;
+  const char* onValue;   // set while live reload is on: answered
+  const char* offValue;  // set after it is off: not answered
+};
+
 TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
-  std::shared_ptr<OxConfigMgr::CNetworkCfg> net = OX_ConfigMgr_GetNetworkCfg();
-  std::shared_ptr<OxConfigMgr::CEventSubCfg> sub = OX_ConfigMgr_GetEventSubCfg();
-  std::shared_ptr<OxConfigMgr::CQAPICfg> qapi = OX_ConfigMgr_GetQAPICfg();
-  std::shared_ptr<OxConfigMgr::CHttpHostCfg> host = OX_ConfigMgr_GetHttpHostCfg();
-  ASSERT_TRUE(net && sub && qapi && host);
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  auto sub = OX_ConfigMgr_GetEventSubCfg();
+  auto qapi = OX_ConfigMgr_GetQAPICfg();
+  auto host = OX_ConfigMgr_GetHttpHostCfg();
+  auto basic = OX_ConfigMgr_GetBasicCfg();
+  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
+  auto maintain = OX_ConfigMgr_GetLogCfg();
+  auto nat = OX_ConfigMgr_GetNATGateway();
+  auto priv = OX_ConfigMgr_GetPrivateCfg();
+  ASSERT_TRUE(net && sub && qapi && host && basic && mgmt && maintain && nat && priv);
   int subBefore = 0;
   sub->getSubCfg(subBefore);
-  const int qapiBefore = qapi->getQAPIParam();
-  const uint16_t portBefore = net->getExtHttpPort();
+  const bool qapiOn = qapi->getQAPIParam() != 0;
+  auto cli = [this](std::vector<std::string> args) {
+    return [this, args](const std::string& value) {
+      std::vector<std::string> full = args;
+      for (auto& a : full) {
+        if (a == "{}") a = value;
+      }
+      otherProcess(full);
+    };
+  };
+  const ObjectRow rows[] = {
+      {"CNetworkCfg", cli({"set", "network", "ext-http-port", "{}"}),
+       [&] { return std::to_string(net->getExtHttpPort()); }, "30006", "30007"},
+      // The address of the other process's first entry is the one its
+      // adapters gave; its whole table is taken.
+      {"CNetworkCfg address table",
+       [&](const std::string& value) { otherProcess({"set", "ext-ip", textAt({"Config", "Network", "AddrList", "Addr", "V4", "IP"}), value}); },
+       [&] { return net->getGatewayOuterIP(); }, "203.0.113.7", "203.0.113.8"},
+      {"CEventSubCfg", cli({"set", "eventsub", "{}"}),
+       [&] {
+         int v = -1;
+         sub->getSubCfg(v);
+         return std::string(v ? "on" : "off");
+       },
+       subBefore ? "off" : "on", subBefore ? "on" : "off"},
+      {"CQAPICfg", cli({"set", "qapi", "{}"}), [&] { return std::string(qapi->getQAPIParam() ? "on" : "off"); },
+       qapiOn ? "off" : "on", qapiOn ? "on" : "off"},
+      {"CHttpHostCfg", cli({"set", "httphost", "--ip", "10.1.2.3", "--port", "{}"}),
+       [&] {
+         OxConfigMgr::tagHttpHostInfo info;
+         host->getHttpHostInfo(info);
+         return std::to_string(info.port);
+       },
+       "8088", "8089"},
+      {"CBasicCfg", cli({"set", "product-name", "{}"}), [&] { return std::string(basic->getProductName()); },
+       "Gate 9", "Gate 10"},
+      {"CDeviceMgmtCfg", cli({"set", "devicemgmt", "{}"}),
+       [&] {
+         std::string kind;
+         mgmt->getChecked(kind);
+         return kind;
+       },
+       "encodingDev", "AccessControl"},
+      {"CMaintain", cli({"set", "log", "level", "{}"}), [&] { return std::to_string(maintain->getLogLevel()); },
+       "5", "6"},
+      // Nothing in the library writes these two: an operator's tool does.
+      {"CNATGateway",
+       [&](const std::string& value) {
+         foreignProcessEdit("Config.xml", {"Config", "NATGateway", "PortRangeList", "PortRange", "min"}, value);
+       },
+       [&] { return std::to_string(nat->getMinHTTPPort()); }, "41000", "41001"},
+      {"CPrivateCfg",
+       [&](const std::string& value) { foreignProcessEdit("PrivateConfig.xml", {"PrivateConfig", "LDM", "LDMPort"}, value); },
+       [&] {
+         OxConfigMgr::tagLDMInfo ldm;
+         priv->getLDMParams(ldm);
+         return std::to_string(ldm.ldmPort);
+       },
+       "9110", "9111"},
+  };
 
-  // Off (the default): the other process's values stay on disk only.
-  otherProcess({"set", "network", "ext-http-port", "30005"});
-  std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_EQ(net->getExtHttpPort(), portBefore);
-
-  // On: every object of both files follows.
+  // On: every object of every file follows.
   ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
-  otherProcess({"set", "network", "ext-http-port", "30006"});
-  otherProcess({"set", "eventsub", subBefore ? "off" : "on"});
-  otherProcess({"set", "qapi", qapiBefore ? "off" : "on"});
-  otherProcess({"set", "httphost", "--ip", "10.1.2.3", "--port", "8088"});
-  otherProcess({"set", "product-name", "Gate 9"});
-  EXPECT_TRUE(eventually([&] { return net->getExtHttpPort() == 30006; }));
-  EXPECT_TRUE(eventually([&] {
-    int v = -1;
-    sub->getSubCfg(v);
-    return v == (subBefore ? 0 : 1);
-  }));
-  EXPECT_TRUE(eventually([&] { return qapi->getQAPIParam() == (qapiBefore ? 0 : 1); }));
-  EXPECT_TRUE(eventually([&] {
-    OxConfigMgr::tagHttpHostInfo info;
-    host->getHttpHostInfo(info);
-    return info.port == 8088 && std::string(info.ip) == "10.1.2.3";
-  }));
-
-  std::shared_ptr<OxConfigMgr::CBasicCfg> basic = OX_ConfigMgr_GetBasicCfg();
-  EXPECT_TRUE(eventually([&] { return std::string(basic->getProductName()) == "Gate 9"; }));
-
-  // Off again: the next change is not taken.
+  for (const ObjectRow& row : rows) row.set(row.onValue);
+  for (const ObjectRow& row : rows) {
+    EXPECT_TRUE(eventually([&] { return row.get() == row.onValue; })) << row.object << ": " << row.get();
+  }
+  // Off (the default): the other process's values stay on disk only.
   ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(0), 1);
-  otherProcess({"set", "network", "ext-http-port", "30007"});
+  for (const ObjectRow& row : rows) row.set(row.offValue);
   std::this_thread::sleep_for(std::chrono::milliseconds(100));
-  EXPECT_EQ(net->getExtHttpPort(), 30006);
+  for (const ObjectRow& row : rows) EXPECT_EQ(row.get(), row.onValue) << row.object;
+}
+
+// Files that a start would repair or complete are taken as they stand:
+// memory follows, the file stays exactly as the other writer left it.
+TEST_F(LiveReloadTest, AReloadWritesNothingAndCarriesNothingOver) {
+  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
+  auto priv = OX_ConfigMgr_GetPrivateCfg();
+  auto nat = OX_ConfigMgr_GetNATGateway();
+  OxConfigMgr::tagEncryptInfo keyBefore;
+  priv->getEncryptParams(keyBefore);
+  ASSERT_NE(std::string(reinterpret_cast<const char*>(keyBefore.storageKey)), "");
+  std::string natBefore;  // the bound of the file the section is removed from
+  auto kind = [&] {
+    std::string k;
+    mgmt->getChecked(k);
+    return k;
+  };
+  struct Step {
+    const char* what;
+    std::string file;
+    std::function<std::string()> content;
+    std::function<bool()> taken;
+  };
+  const Step steps[] = {
+      {"a known kind", "Config.xml", [&] { return edited("Config.xml", {"Config", "DeviceMgmt", "Checked"}, "V"); },
+       [&] { return kind() == "encodingDev"; }},
+      // A start would write "AC" back.
+      {"an unknown kind", "Config.xml",
+       [&] { return edited("Config.xml", {"Config", "DeviceMgmt", "Checked"}, "bogus"); },
+       [&] { return kind() == "AccessControl"; }},
+      // A start would create and write new storage parameters.
+      {"private configuration without storage parameters", "PrivateConfig.xml",
+       [&] {
+         OxBase::CXmlBase xml;
+         EXPECT_EQ(xml.LoadFile(std::string(OXCFG_FACTORY_DIR) + "/PrivateConfig.xml"), 1);
+         EXPECT_TRUE(OxConfigMgr::xmlWalk(xml, {"PrivateConfig", "LDM", "LDMPort"}));
+         EXPECT_EQ(xml.ModifyData("LDMPort", "9301"), 1);
+         return xml.ToString();
+       },
+       [&] {
+         OxConfigMgr::tagLDMInfo ldm;
+         priv->getLDMParams(ldm);
+         OxConfigMgr::tagEncryptInfo key;
+         priv->getEncryptParams(key);
+         return ldm.ldmPort == 9301 && std::memcmp(key.storageKey, keyBefore.storageKey, sizeof key.storageKey) == 0;
+       }},
+      // The NAT ranges keep theirs when the section is gone; the port shows
+      // the file was read.
+      {"no NAT section", "Config.xml",
+       [&] {
+         natBefore = textAt({"Config", "NATGateway", "PortRangeList", "PortRange", "min"});
+         std::string text = edited("Config.xml", {"Config", "Network", "HTTP", "ExternalPort"}, "30400");
+         const size_t from = text.find("<NATGateway>"), to = text.find("</NATGateway>");
+         return text.erase(from, to + std::strlen("</NATGateway>") - from);
+       },
+       [&] {
+         return OX_ConfigMgr_GetNetworkCfg()->getExtHttpPort() == 30400 &&
+                std::to_string(nat->getMinHTTPPort()) == natBefore;
+       }},
+  };
+  ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
+  for (const Step& step : steps) {
+    const std::string content = step.content();
+    foreignReplace(step.file, content);
+    EXPECT_TRUE(eventually(step.taken)) << step.what;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    EXPECT_EQ(oxtest::readFile(path(step.file)), content) << step.what;
+  }
 }
 
 TEST_F(LiveReloadTest, OwnWritesAreNotReloaded) {
@@ -329,7 +465,7 @@ TEST(LiveReloadEvents, OnlyForeignReplacementsOfTableFilesCount) {
        {ev(DirEvent::kMovedIn, "ARCConfig.xml", 9), ev(DirEvent::kWritten, own),
         ev(DirEvent::kMovedIn, "config.xml", 10)},
        {}},
-      {"lost events", {ev(DirEvent::kOverflow, "")}, {"Config.xml", "QAPIConfig.xml"}},
+      {"lost events", {ev(DirEvent::kOverflow, "")}, {"Config.xml", "PrivateConfig.xml", "QAPIConfig.xml"}},
   };
   for (const Case& c : cases) EXPECT_EQ(LiveReload::changedFiles(c.events), c.files) << c.what;
 }
@@ -340,7 +476,11 @@ TEST_F(LiveReloadTest, GettersRacingReloadsSeeWholeValues) {
   auto net = OX_ConfigMgr_GetNetworkCfg();
   auto host = OX_ConfigMgr_GetHttpHostCfg();
   const std::string configs[2] = {configWithExtHttpPort(31001), configWithExtHttpPort(31002)};
-  std::string hosts[2];
+  auto nat = OX_ConfigMgr_GetNATGateway();
+  auto maintain = OX_ConfigMgr_GetLogCfg();
+  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
+  auto priv = OX_ConfigMgr_GetPrivateCfg();
+  std::string hosts[2], privs[2];
   for (int i = 0; i < 2; ++i) {
     OxBase::CXmlBase xml;
     ASSERT_EQ(xml.Parse(configs[i].c_str()), 1);
@@ -348,8 +488,22 @@ TEST_F(LiveReloadTest, GettersRacingReloadsSeeWholeValues) {
     ASSERT_EQ(xml.ModifyData("IP", i ? "10.0.0.2" : "10.0.0.1"), 1);
     ASSERT_TRUE(xml.FindElem("url"));
     ASSERT_EQ(xml.ModifyData("url", i ? "http://two/" : "http://one/"), 1);
+    // A value of every other object of the file, so each reload writes
+    // what the readers below read.
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "NATGateway", "PortRangeList", "PortRange", "min"}));
+    ASSERT_EQ(xml.ModifyData("min", i ? "41002" : "41001"), 1);
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "Maintain", "Log", "Level"}));
+    ASSERT_EQ(xml.ModifyData("Level", i ? "2" : "1"), 1);
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "DeviceMgmt", "Checked"}));
+    ASSERT_EQ(xml.ModifyData("Checked", i ? "V" : "AC"), 1);
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "Network", "AddrList", "Addr", "V4", "ExternalIP"}));
+    ASSERT_EQ(xml.ModifyData("ExternalIP", i ? "198.51.100.2" : "198.51.100.1"), 1);
+    ASSERT_TRUE(OxConfigMgr::xmlWalk(xml, {"Config", "Network", "AddrList", "Addr", "V4", "IP"}));
+    ASSERT_EQ(xml.ModifyData("IP", "192.0.2.10"), 1);
     hosts[i] = xml.ToString();
+    privs[i] = edited("PrivateConfig.xml", {"PrivateConfig", "LDM", "LDMPort"}, i ? "9202" : "9201");
   }
+  const std::string outerBefore = net->getGatewayOuterIP();
   ASSERT_EQ(OX_ConfigMgr_EnableLiveReload(1), 1);
   std::atomic<bool> done{false};
   std::atomic<int> torn{0};
@@ -366,17 +520,42 @@ TEST_F(LiveReloadTest, GettersRacingReloadsSeeWholeValues) {
         if (!one && !two && !first) ++torn;
         const uint16_t port = net->getExtHttpPort();
         (void)port;
+        // The objects without a lock of their own publish word by word; the
+        // others copy under theirs. Any torn read is a race the sanitizer
+        // reports.
+        if (nat->getMinHTTPPort() == 0 || maintain->getLogLevel() < 0) ++torn;
+        std::string kind;
+        mgmt->getChecked(kind);
+        if (kind != "AccessControl" && kind != "encodingDev") ++torn;
+        const std::string outer = net->getGatewayOuterIP();
+        if (outer != outerBefore && outer.compare(0, 11, "198.51.100.") != 0) ++torn;
+        OxConfigMgr::tagLDMInfo ldm;
+        priv->getLDMParams(ldm);
+        if (ldm.ldmPort == 0) ++torn;
       }
     });
   }
+  // This process's own setter of a class that takes its lock before the
+  // file's, meanwhile: a reload in the other order would deadlock with it.
+  std::atomic<bool> settle{false};
+  std::thread setter([&] {
+    for (int i = 0; !settle.load(); ++i) mgmt->updateChecked(i % 2 ? "encodingDev" : "AccessControl");
+  });
   for (int round = 0; round < 40; ++round) {
+    if (round == 30) {
+      settle = true;  // the last rounds decide the file's final content
+      setter.join();
+    }
     foreignReplace("Config.xml", hosts[round % 2]);
+    foreignReplace("PrivateConfig.xml", privs[round % 2]);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
   }
   EXPECT_TRUE(eventually([&] {
     OxConfigMgr::tagHttpHostInfo info;
     host->getHttpHostInfo(info);
-    return std::string(info.url) == "http://two/";
+    OxConfigMgr::tagLDMInfo ldm;
+    priv->getLDMParams(ldm);
+    return std::string(info.url) == "http://two/" && ldm.ldmPort == 9202 && nat->getMinHTTPPort() == 41002;
   }));
   done = true;
   for (auto& r : readers) r.join();

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,9 +19,9 @@ namespace {
 
 class WatchCliTest : public oxtest::SectionsTest {
  protected:
-  // Starts `oxcfg watch` with `args`, its output going to "watch.out".
+  // Starts oxcfg with `args`, its output going to "watch.out".
   pid_t startWatch(std::vector<std::string> args) {
-    args.insert(args.begin(), {OXCFG_CLI_PATH, "-C", dir(), "watch"});
+    args.insert(args.begin(), OXCFG_CLI_PATH);
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(&a[0]);
     argv.push_back(nullptr);
@@ -56,6 +57,9 @@ class WatchCliTest : public oxtest::SectionsTest {
 };
 
 TEST_F(WatchCliTest, PrintsEachChangeOfAnotherProcessUntilInterrupted) {
+  // A directory without a configuration of its own, to watch from.
+  const std::string elsewhere = path("elsewhere");
+  ASSERT_EQ(::mkdir(elsewhere.c_str(), 0755), 0);
   struct Case {
     std::vector<std::string> args;
     const char* port;
@@ -63,10 +67,12 @@ TEST_F(WatchCliTest, PrintsEachChangeOfAnotherProcessUntilInterrupted) {
   };
   // One directory: each case starts from the port the one before set.
   const Case cases[] = {
-      {{}, "30005", "Config.xml  network / HTTP port: 80 (external 0) -> 80 (external 30005)"},
-      {{"--json"}, "30006",
+      {{"-C", dir(), "watch"}, "30005", "Config.xml  network / HTTP port: 80 (external 0) -> 80 (external 30005)"},
+      {{"-C", dir(), "watch", "--json"}, "30006",
        "{\"file\":\"Config.xml\",\"section\":\"network\",\"field\":\"HTTP port\","
        "\"old\":\"80 (external 30005)\",\"new\":\"80 (external 30006)\"}"},
+      {{"-C", elsewhere, "watch", dir()}, "30007",
+       "Config.xml  network / HTTP port: 80 (external 30006) -> 80 (external 30007)"},
   };
   for (const Case& c : cases) {
     const pid_t pid = startWatch(c.args);
@@ -81,6 +87,8 @@ TEST_F(WatchCliTest, PrintsEachChangeOfAnotherProcessUntilInterrupted) {
     // Nothing but the changed field was reported.
     EXPECT_EQ(oxtest::readFile(path("watch.out")), c.expected + "\n");
   }
+  // Nothing was laid out or written where it ran from.
+  EXPECT_FALSE(oxtest::fileExists(elsewhere + "/Config.xml"));
 }
 
 }  // namespace
