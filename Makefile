@@ -61,13 +61,13 @@ test-arm64: deps
 	@cd $(BUILD_ARM64) && ctest --output-on-failure -j $(JOBS) -E '$(ARM64_SKIP)'
 
 # The crash and concurrency proofs at full length: 1,000 kills of a writing
-# host, 100 kills of an import, 4 processes x 4 threads x 100 changes each.
+# host, 1,000 kills of an import, 4 processes x 4 threads x 100 changes each.
 # Prints one summary line per check; `make test` runs the same tests short.
 SOAK_KILLS ?= 1000
-SOAK_IMPORT_KILLS ?= 100
+SOAK_IMPORT_KILLS ?= 1000
 SOAK_ITERATIONS ?= 100
 SOAK_TESTS := SoakTest.HostKilledAtRandomMomentsLeavesEveryFileOldOrNew \
-  ImportSoakTest.ImportKilledHalfWayLeavesEveryFileWhole \
+  ImportSoakTest.ImportKilledHalfWayLeavesOldOrNewConfiguration \
   SoakTest.NoUpdateIsLostAcrossProcessesAndThreads SecretsTest.*
 soak: build
 	@rc=0; : >$(BUILD)/soak.log; for t in $(SOAK_TESTS); do \
