@@ -12,15 +12,9 @@
 #include <cstring>
 #include <string>
 
-namespace {
+#include "fuzz_workdir.h"
 
-void put(const char* name, const std::string& text) {
-  // The harness writes in place: durability is not under test here.
-  FILE* f = std::fopen(name, "wb");
-  if (!f) return;
-  std::fwrite(text.data(), 1, text.size(), f);
-  std::fclose(f);
-}
+namespace {
 
 template <size_t N>
 void checkText(const char (&field)[N]) {
@@ -30,16 +24,12 @@ void checkText(const char (&field)[N]) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool inTempDir = [] {
-    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
-    return mkdtemp(tmpl) && chdir(tmpl) == 0;
-  }();
-  if (!inTempDir) return 0;
+  oxfuzz::enterWorkDir("arc-cfg");
   const std::string input(reinterpret_cast<const char*>(data), size);
   const size_t sep = input.find("<!--backup-->");
-  put("ARCConfig.xml", input.substr(0, sep));
+  oxfuzz::putFile("ARCConfig.xml", input.substr(0, sep));
   ::unlink("ARCConfig_Backup.xml");
-  if (sep != std::string::npos) put("ARCConfig_Backup.xml", input.substr(sep + 13));
+  if (sep != std::string::npos) oxfuzz::putFile("ARCConfig_Backup.xml", input.substr(sep + 13));
 
   OxConfigMgr::CARCCfg arc;
   arc.loadFile();

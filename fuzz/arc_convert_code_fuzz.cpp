@@ -14,15 +14,9 @@
 #include <string>
 #include <vector>
 
-namespace {
+#include "fuzz_workdir.h"
 
-void put(const char* name, const std::string& text) {
-  // The harness writes in place: durability is not under test here.
-  FILE* f = std::fopen(name, "wb");
-  if (!f) return;
-  std::fwrite(text.data(), 1, text.size(), f);
-  std::fclose(f);
-}
+namespace {
 
 void checkRow(const OxConfigMgr::tagConvertSGInfo& row) {
   if (!std::memchr(row.cid, 0, sizeof row.cid) || !std::memchr(row.sia, 0, sizeof row.sia) ||
@@ -36,16 +30,12 @@ void checkRow(const OxConfigMgr::tagConvertSGInfo& row) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   using namespace OxConfigMgr;
-  static const bool inTempDir = [] {
-    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
-    return mkdtemp(tmpl) && chdir(tmpl) == 0;
-  }();
-  if (!inTempDir) return 0;
+  oxfuzz::enterWorkDir("convert-code");
   const std::string input(reinterpret_cast<const char*>(data), size);
   const size_t sep = input.find("<!--backup-->");
-  put("ConvertCodeConfig.xml", input.substr(0, sep));
+  oxfuzz::putFile("ConvertCodeConfig.xml", input.substr(0, sep));
   ::unlink("ConvertCodeConfig_Backup.xml");
-  if (sep != std::string::npos) put("ConvertCodeConfig_Backup.xml", input.substr(sep + 13));
+  if (sep != std::string::npos) oxfuzz::putFile("ConvertCodeConfig_Backup.xml", input.substr(sep + 13));
 
   CConvertCodeCfg codes;
   codes.loadFile();

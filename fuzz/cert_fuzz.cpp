@@ -13,21 +13,14 @@
 #include <cstdio>
 #include <string>
 
+#include "fuzz_workdir.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool inTempDir = [] {
-    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
-    if (!mkdtemp(tmpl) || chdir(tmpl) != 0) return false;
-    mkdir("nginx", 0755);
-    mkdir("nginx/conf", 0755);
-    setenv("TZ", "UTC0", 1);
-    return true;
-  }();
-  if (!inTempDir) return 0;
-  // The harness writes in place: durability is not under test here.
-  FILE* f = std::fopen("nginx/conf/cert.pem", "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  oxfuzz::enterWorkDir("cert", {"nginx", "nginx/conf"});
+  // Validity times are read in UTC whatever the machine's zone.
+  static const bool utc = ::setenv("TZ", "UTC0", 1) == 0;
+  if (!utc) return 0;
+  if (!oxfuzz::putFile("nginx/conf/cert.pem", data, size)) return 0;
 
   static OxConfigMgr::COpenSSLCertificate cert;
   OxConfigMgr::CertificateInfo info;

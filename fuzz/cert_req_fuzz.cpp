@@ -12,19 +12,11 @@
 #include <cstring>
 #include <vector>
 
+#include "fuzz_workdir.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool inTempDir = [] {
-    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
-    if (!mkdtemp(tmpl) || chdir(tmpl) != 0) return false;
-    mkdir("nginx", 0755);
-    mkdir("nginx/conf", 0755);
-    return true;
-  }();
-  if (!inTempDir) return 0;
-  FILE* f = std::fopen("nginx/conf/certreq.pem", "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  oxfuzz::enterWorkDir("cert-req", {"nginx", "nginx/conf"});
+  if (!oxfuzz::putFile("nginx/conf/certreq.pem", data, size)) return 0;
 
   static OxConfigMgr::COpenSSLCertificate cert;
   OxConfigMgr::CertificateReq req;

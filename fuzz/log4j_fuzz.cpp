@@ -12,46 +12,14 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/env.h"
-#include "platform/file_util.h"
-
-namespace {
-
-std::string g_dir;
-
-// Durability does not matter to a fuzzer: syncs are skipped, which makes
-// every execution many times faster.
-class NoSyncEnv : public OxBase::EnvWrapper {
- public:
-  NoSyncEnv() : EnvWrapper(OxBase::Env::Default()) {}
-  int Fsync(int) override { return 0; }
-  int SyncDir(const std::string&) override { return 0; }
-};
-
-void removeWorkDir() {
-  for (const char* name : {"log4cxx.properties", ".log4cxx.properties.lock"}) ::unlink((g_dir + "/" + name).c_str());
-  ::rmdir(g_dir.c_str());
-}
-
-bool enterWorkDir() {
-  char dir[] = "/tmp/oxcfg-log4j-fuzz-XXXXXX";
-  if (!::mkdtemp(dir) || ::chdir(dir) != 0) return false;
-  static NoSyncEnv env;
-  OxBase::Env::Install(&env);
-  g_dir = dir;
-  std::atexit(removeWorkDir);
-  return true;
-}
-
-}  // namespace
+#include "fuzz_workdir.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool ready = enterWorkDir();
-  if (!ready) std::abort();
+  oxfuzz::enterWorkDir("log4j");
   std::string line(reinterpret_cast<const char*>(data), size);
   line = line.substr(0, line.find_first_of("\r\n"));
   std::string text = "# properties\nlog4j.rootLogger=" + line + "\n";
-  if (!OxBase::WriteFileAtomic("log4cxx.properties", text).ok()) return 0;
+  if (!oxfuzz::putFile("log4cxx.properties", text)) return 0;
   OxConfigMgr::CMaintain maintain;
   maintain.ModifyLog4j();
   std::string path = "log4cxx.properties";

@@ -11,33 +11,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/file_util.h"
-
-namespace {
-
-std::string g_dir;
-
-// Removes what the loaders leave in the working directory.
-void removeWorkDir() {
-  for (const char* name : {"Config.xml", ".Config.xml.lock"}) ::unlink((g_dir + "/" + name).c_str());
-  ::rmdir(g_dir.c_str());
-}
-
-bool enterWorkDir() {
-  char dir[] = "/tmp/oxcfg-network-fuzz-XXXXXX";
-  if (!::mkdtemp(dir) || ::chdir(dir) != 0) return false;
-  g_dir = dir;
-  std::atexit(removeWorkDir);
-  return true;
-}
-
-}  // namespace
+#include "fuzz_workdir.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool ready = enterWorkDir();
-  if (!ready) std::abort();
+  oxfuzz::enterWorkDir("network");
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (!OxBase::WriteFileAtomic("Config.xml", text).ok()) return 0;
+  if (!oxfuzz::putFile("Config.xml", text)) return 0;
 
   OxConfigMgr::CNetworkCfg network;
   // The reloads read the input as it stands (loadFile writes it back).

@@ -11,17 +11,11 @@
 
 #include <cstdio>
 
+#include "fuzz_workdir.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool inTempDir = [] {
-    char tmpl[] = "/tmp/oxcfg-fuzz-XXXXXX";
-    return mkdtemp(tmpl) && chdir(tmpl) == 0;
-  }();
-  if (!inTempDir) return 0;
-  // The harness writes in place: durability is not under test here.
-  FILE* f = std::fopen("PrivateConfig.xml", "wb");
-  if (!f) return 0;
-  std::fwrite(data, 1, size, f);
-  std::fclose(f);
+  oxfuzz::enterWorkDir("private");
+  if (!oxfuzz::putFile("PrivateConfig.xml", data, size)) return 0;
   OxConfigMgr::CPrivateCfg cfg;
   cfg.getWbAesDecryptKey();
   int create = 0;

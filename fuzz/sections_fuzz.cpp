@@ -11,48 +11,12 @@
 #include <cstdlib>
 #include <string>
 
-#include "platform/env.h"
-#include "platform/file_util.h"
-
-namespace {
-
-std::string g_dir;
-
-// Durability does not matter to a fuzzer: syncs are skipped, which makes
-// every execution many times faster.
-class NoSyncEnv : public OxBase::EnvWrapper {
- public:
-  NoSyncEnv() : EnvWrapper(OxBase::Env::Default()) {}
-  int Fsync(int) override { return 0; }
-  int SyncDir(const std::string&) override { return 0; }
-};
-
-void removeWorkDir() {
-  for (const char* name : {"Config.xml", ".Config.xml.lock", "QAPIConfig.xml", ".QAPIConfig.xml.lock",
-                           "QAPIConfig_Backup.xml"}) {
-    ::unlink((g_dir + "/" + name).c_str());
-  }
-  ::rmdir(g_dir.c_str());
-}
-
-bool enterWorkDir() {
-  char dir[] = "/tmp/oxcfg-sections-fuzz-XXXXXX";
-  if (!::mkdtemp(dir) || ::chdir(dir) != 0) return false;
-  static NoSyncEnv env;
-  OxBase::Env::Install(&env);
-  g_dir = dir;
-  std::atexit(removeWorkDir);
-  return true;
-}
-
-}  // namespace
+#include "fuzz_workdir.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool ready = enterWorkDir();
-  if (!ready) std::abort();
+  oxfuzz::enterWorkDir("sections");
   const std::string text(reinterpret_cast<const char*>(data), size);
-  if (!OxBase::WriteFileAtomic("Config.xml", text).ok()) return 0;
-  if (!OxBase::WriteFileAtomic("QAPIConfig.xml", text).ok()) return 0;
+  if (!oxfuzz::putFile("Config.xml", text) || !oxfuzz::putFile("QAPIConfig.xml", text)) return 0;
 
   // The reload reads the input as it stands (the loads below may repair it).
   OxConfigMgr::CDeviceMgmtCfg reloaded;

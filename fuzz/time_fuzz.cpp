@@ -3,7 +3,6 @@
 // command's offset answer. The environment is a private one: the zone
 // database and the local-time link live in a temporary directory, the clock
 // is only recorded and no command is run, so nothing reaches the machine.
-#include <ftw.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "fuzz_workdir.h"
 #include "platform/env.h"
 
 namespace {
@@ -26,7 +26,7 @@ std::string g_dateText;    // the date command's answer
 
 class FuzzEnv : public OxBase::EnvWrapper {
  public:
-  FuzzEnv() : EnvWrapper(OxBase::Env::Default()) {}
+  FuzzEnv() : EnvWrapper(OxBase::Env::Current()) {}
   std::string ZoneInfoRoot() override { return g_dir + "/zoneinfo/"; }
   std::string LocalTimePath() override { return g_dir + "/etc/localtime"; }
   int SetSystemTime(int64_t) override { return 0; }
@@ -55,16 +55,8 @@ void touch(const std::string& name) {
   if (FILE* f = std::fopen((g_dir + "/zoneinfo/" + name).c_str(), "wb")) std::fclose(f);
 }
 
-int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return ::remove(path); }
-
-void removeWorkDir() { ::nftw(g_dir.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS); }
-
 bool setUp() {
-  char dir[] = "/tmp/oxcfg-time-fuzz-XXXXXX";
-  if (!::mkdtemp(dir) || ::chdir(dir) != 0) return false;
-  g_dir = dir;
-  ::mkdir((g_dir + "/etc").c_str(), 0755);
-  ::mkdir((g_dir + "/zoneinfo").c_str(), 0755);
+  g_dir = oxfuzz::enterWorkDir("time", {"etc", "zoneinfo"});
   for (int h = -12; h <= 14; ++h) {
     touch(h < 0 ? "Etc/GMT+" + std::to_string(-h) : h > 0 ? "Etc/GMT-" + std::to_string(h) : "Etc/GMT+0");
   }
@@ -72,9 +64,9 @@ bool setUp() {
                         "Asia/Kathmandu", "Asia/Yangon", "Australia/Adelaide"}) {
     touch(z);
   }
+  // Over the working directory's environment, whose syncs are no-ops.
   static FuzzEnv env;
   OxBase::Env::Install(&env);
-  std::atexit(removeWorkDir);
   return true;
 }
 

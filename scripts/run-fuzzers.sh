@@ -3,7 +3,9 @@
 # corpus (kept in <build>/corpus/<target>, seeded from the factory files, the
 # committed seeds in fuzz/corpus/<target> and, when FUZZ_SEED_DIRS names
 # directories, the files the tests wrote there). Prints one line per target
-# with its executions and whether it crashed, then the totals.
+# with its executions, executions per second and whether it crashed, then the
+# totals. FUZZ_RUNS=N also stops each target after N executions (SECONDS
+# stays the limit).
 # Usage: run-fuzzers.sh BUILD_DIR [SECONDS] [TARGET...]
 set -euo pipefail
 build=$(cd "${1:?build dir}" && pwd)
@@ -32,8 +34,8 @@ for name in "${targets[@]}"; do
   echo "fuzz: $name for ${seconds}s"
   work=$(mktemp -d)
   crashed=0
-  if ! (cd "$work" && "$bin" -max_total_time="$seconds" -max_len=65536 -rss_limit_mb=2048 \
-        -print_final_stats=1 "$corpus" >"$work/log" 2>&1); then
+  if ! (cd "$work" && "$bin" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -max_len=65536 \
+        -rss_limit_mb=2048 -print_final_stats=1 "$corpus" >"$work/log" 2>&1); then
     tail -60 "$work/log"
     status=1
     crashed=1
@@ -44,9 +46,12 @@ for name in "${targets[@]}"; do
   fi
   execs=$(grep -Eo 'stat::number_of_executed_units: *[0-9]+' "$work/log" | grep -Eo '[0-9]+$' | tail -1 || true)
   execs=${execs:-0}
+  rate=$(grep -Eo 'stat::average_exec_per_sec: *[0-9]+' "$work/log" | grep -Eo '[0-9]+$' | tail -1 || true)
+  rate=${rate:-0}
   total_execs=$((total_execs + execs))
   total_crashes=$((total_crashes + crashed))
-  report+=("$(printf 'fuzz-summary: %-26s executions=%-12s crashes=%s' "$name" "$execs" "$crashed")")
+  report+=("$(printf 'fuzz-summary: %-26s executions=%-12s exec/s=%-8s crashes=%s' "$name" "$execs" "$rate" \
+    "$crashed")")
   rm -rf "$work"
 done
 printf '%s\n' "${report[@]}"

@@ -46,7 +46,7 @@ enum tagExportResult {
 // against other processes working in the same directory (they share the
 // staging folder). Another writer of the configuration files must not run
 // during an import: the three XML files are locked for the import's whole
-// length, but the databases and certificate files are not.
+// length, each database while it is replaced, the certificate files not.
 class OXCFG_API CCfgImportAndExport {
  public:
   CCfgImportAndExport();
@@ -70,8 +70,10 @@ class OXCFG_API CCfgImportAndExport {
   // whole, and the databases and certificate files are replaced. Before
   // anything is unpacked the archive is listed and refused (258) if any entry
   // would land outside the staging folder, is a link, or if it is too large
-  // or has too many entries. When a step after the merge fails, the three XML
-  // files are put back as they were. Returns a tagImportResult. Never throws.
+  // or has too many entries. Every file the import may change is first
+  // copied aside durably: when a later step fails, or the process dies
+  // half-way (the next start then does it), all of them are put back as they
+  // were. Returns a tagImportResult. Never throws.
   int importConfigData(const std::string& password);
 
  private:
@@ -88,8 +90,6 @@ class OXCFG_API CCfgImportAndExport {
   int importDeviceDBTable();
   int importConfigDBTable();
   int backupXMLCfg(OxBase::CXmlBase& config, OxBase::CXmlBase& privateCfg, OxBase::CXmlBase& qapi);
-  int recoverXMLCfg(const OxBase::CXmlBase& config, const OxBase::CXmlBase& privateCfg,
-                    const OxBase::CXmlBase& qapi);
   int importXMLCfg(const std::string& currentVersion);
   int updateNetworkCfg(OxBase::CXmlBase& live, OxBase::CXmlBase& imported);
   int importConfigXMLFile(const std::string& currentVersion);
@@ -103,8 +103,7 @@ class OXCFG_API CCfgImportAndExport {
 
   // Steps 9 to 11 of an import, after the merge: the administrator's record
   // is kept, the databases replaced and the new settings taken in.
-  int replaceDatabases(const OxBase::CXmlBase& config, const OxBase::CXmlBase& privateCfg,
-                       const OxBase::CXmlBase& qapi);
+  int replaceDatabases();
 };
 
 }  // namespace OxConfigMgr

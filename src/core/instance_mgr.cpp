@@ -24,6 +24,7 @@
 #include "platform/secure_wipe.h"
 #include "platform/xlog.h"
 #include "sections/token_mgr.h"
+#include "transfer/import_journal.h"
 
 namespace OxConfigMgr {
 
@@ -75,6 +76,12 @@ const CInstanceMgr::StartStep* CInstanceMgr::startSteps(size_t* count) {
       OXCFG_UNGUARDED_STEP(0, [](M&) {
         OxBase::RemoveStaleTemporariesIn(OX_BASE_GetCurDir());
         return true;
+      }),
+      // An import that died half-way is undone before anything reads the
+      // files it was changing; a journal that cannot be put back stops the
+      // start rather than let it run on a mix of old and new files.
+      OXCFG_STEP(0, "[%s(%d)] import journal restore failed", [](M&) {
+        return transfer::RecoverImportJournal(OX_BASE_GetCurDir()) != transfer::JournalRecovery::kFailed;
       }),
       // The carry-over of "Config_Backup.xml"; its outcome is not examined.
       OXCFG_UNGUARDED_STEP(1, [](M& m) {

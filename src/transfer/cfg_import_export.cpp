@@ -3,6 +3,7 @@
 #include <oxconfigmgr/OxPrivateCfg.h>
 #include <oxconfigmgr/OxUserCfg.h>
 
+#include <cerrno>
 #include <memory>
 #include <mutex>
 #include <new>
@@ -12,6 +13,7 @@
 #include "frame/config_store.h"
 #include "frame/config_txn.h"
 #include "platform/env.h"
+#include "platform/file_lock.h"
 #include "platform/file_tree.h"
 #include "platform/file_util.h"
 #include "platform/osl.h"
@@ -21,6 +23,7 @@
 #include "platform/xml_base.h"
 #include "transfer/archive_listing.h"
 #include "transfer/archive_tool.h"
+#include "transfer/import_journal.h"
 
 namespace OxConfigMgr {
 
@@ -154,6 +157,50 @@ bool stagingMatchesListing(const std::vector<transfer::ArchiveEntry>& entries,
   }
   OSL_CloseDir(d);
   return ok;
+}
+
+// The files an import may change: the three XML files always (the private
+// one is also rewritten when the new settings are taken in), and the
+// certificate files and databases the archive holds, each database with its
+// rollback journal.
+std::vector<std::string> journaledFiles() {
+  std::vector<std::string> names = {"Config.xml", "PrivateConfig.xml", "QAPIConfig.xml"};
+  for (const CertFile& f : kCertFiles) {
+    if (isFile(staged(f.name))) names.push_back(std::string(kCertDir) + f.name);
+  }
+  for (const char* db : {"Device.db3", "Config.db3"}) {
+    if (!isFile(staged(db))) continue;
+    names.push_back(db);
+    names.push_back(std::string(db) + "-journal");
+  }
+  return names;
+}
+
+// Replaces the live database `name` with the archive's, holding the
+// database's lock file so that no start creates or upgrades it meanwhile. A
+// rollback journal the replaced database left behind would be applied to the
+// new one by its next opener, so it goes too (the import journal keeps it).
+// True when the archive holds no such database or the new one is in place.
+bool replaceDatabaseFile(const char* name, FileMode mode) {
+  const std::string from = staged(name);
+  if (!isFile(from)) return true;
+  const std::string live = OX_BASE_GetCurDir() + name;
+  OxBase::FileLock lock(OxBase::LockPathFor(live));
+  if (!lock.ok()) {
+    OXLOG(5, "[%s(%d)] lock database failed, path[%s],error[%d]", live.c_str(), lock.error());
+    return false;
+  }
+  if (!copyFileAtomic(from, live, mode)) return false;
+  const std::string rollbackJournal = live + "-journal";
+  return OxBase::InspectEntry(rollbackJournal) == OxBase::EntryKind::kMissing ||
+         OxBase::Env::Current()->Unlink(rollbackJournal) == 0 || errno == ENOENT;
+}
+
+// After a roll-back, the objects that took in the imported settings read
+// the restored files again, so memory follows the disk.
+void reloadAfterRollBack() {
+  if (std::shared_ptr<CPrivateCfg> priv = OX_ConfigMgr_GetPrivateCfg()) priv->loadFile();
+  if (std::shared_ptr<CUserCfg> users = OX_ConfigMgr_GetUserCfg()) users->loadDatabase(1);
 }
 
 // Sets the text of `Config/<section>/<field>` of the live document.
@@ -405,15 +452,25 @@ int CCfgImportAndExport::importConfigData(const std::string& password) {
         ConfigFileTxn privateTxn(getPrivateConfigFilePath());
         ConfigFileTxn qapiTxn(getQAPIConfigFilePath());
         CXmlBase config, privateCfg, qapi;
-        if (!backupXMLCfg(config, privateCfg, qapi)) {
+        // Every file the import may change is copied aside before the first
+        // is touched; a failure below, or a crash (then the next start),
+        // puts them all back.
+        transfer::ImportJournal journal(OX_BASE_GetCurDir());
+        if (!backupXMLCfg(config, privateCfg, qapi) || !journal.Begin(journaledFiles())) {
           OXLOG(5, "[%s(%d)] backupXMLCfg faild.");
           result = IMPORT_FAILED;
         } else if (!importXMLCfg(current)) {
           OXLOG(5, "[%s(%d)] importXMLCfg faild.");
-          recoverXMLCfg(config, privateCfg, qapi);
+          journal.RollBack();
           result = IMPORT_FAILED;
         } else {
-          result = replaceDatabases(config, privateCfg, qapi);
+          result = replaceDatabases();
+          // Removing the journal is the import's commit point.
+          if (result == IMPORT_OK && !journal.Commit()) result = IMPORT_FAILED;
+          if (result != IMPORT_OK) {
+            journal.RollBack();
+            reloadAfterRollBack();
+          }
         }
       }
     } catch (...) {
@@ -428,42 +485,35 @@ int CCfgImportAndExport::importConfigData(const std::string& password) {
   return result;
 }
 
-int CCfgImportAndExport::replaceDatabases(const CXmlBase& config, const CXmlBase& privateCfg,
-                                          const CXmlBase& qapi) {
+int CCfgImportAndExport::replaceDatabases() {
   tagUserInfo record;
   OxBase::ScopedWipe wipeRecord(&record, sizeof record);
-  bool databaseReplaced = false;
   try {
     std::shared_ptr<CUserCfg> users = OX_ConfigMgr_GetUserCfg();
     if (!users) {
       OXLOG(5, "[%s(%d)] OX_ConfigMgr_GetUserCfg faild.");
-      recoverXMLCfg(config, privateCfg, qapi);
       return IMPORT_FAILED;
     }
     users->getUserInfo(record);
     std::shared_ptr<CPrivateCfg> priv = OX_ConfigMgr_GetPrivateCfg();
     if (!priv) {
       OXLOG(5, "[%s(%d)] OX_ConfigMgr_GetPrivateCfg faild.");
-      recoverXMLCfg(config, privateCfg, qapi);
       return IMPORT_FAILED;
     }
     importDeviceDBTable();
     // The merged private file now holds the archive's storage key, which
     // opens only the archive's database: if that database did not replace
-    // the live one, the XML files go back so that key and database match.
+    // the live one, everything goes back so that key and database match.
     if (!importConfigDBTable()) {
       OXLOG(5, "[%s(%d)] importConfigDBTable faild.");
-      recoverXMLCfg(config, privateCfg, qapi);
       return IMPORT_FAILED;
     }
-    databaseReplaced = true;
     priv->loadFile();
     users->loadDatabase(1);
     // The administrator's credentials from before the import stay in force.
     users->setUserInfo(record);
     return IMPORT_OK;
   } catch (...) {
-    if (!databaseReplaced) recoverXMLCfg(config, privateCfg, qapi);
     return IMPORT_FAILED;
   }
 }
@@ -552,15 +602,6 @@ int CCfgImportAndExport::backupXMLCfg(CXmlBase& config, CXmlBase& privateCfg, CX
     OXLOG(5, "[%s(%d)] config file is not exist");
     return 0;
   }
-  return 1;
-}
-
-int CCfgImportAndExport::recoverXMLCfg(const CXmlBase& config, const CXmlBase& privateCfg, const CXmlBase& qapi) {
-  // Results are not checked: each write is atomic, so a file is either put
-  // back or still holds the merged content.
-  writeConfigFile(config);
-  privateCfg.WriteToFile(getPrivateConfigFilePath(), FileMode::kSecret);
-  qapi.WriteToFile(getQAPIConfigFilePath());
   return 1;
 }
 
@@ -697,15 +738,12 @@ int CCfgImportAndExport::importHttpsConfigFile() {
 }
 
 int CCfgImportAndExport::importDeviceDBTable() {
-  const std::string from = staged("Device.db3");
-  if (isFile(from)) copyFileAtomic(from, OX_BASE_GetCurDir() + "Device.db3", FileMode::kKeep);
+  replaceDatabaseFile("Device.db3", FileMode::kKeep);
   return 1;
 }
 
 int CCfgImportAndExport::importConfigDBTable() {
-  const std::string from = staged("Config.db3");
-  if (!isFile(from)) return 1;
-  return copyFileAtomic(from, OX_BASE_GetCurDir() + "Config.db3", FileMode::kSecret) ? 1 : 0;
+  return replaceDatabaseFile("Config.db3", FileMode::kSecret) ? 1 : 0;
 }
 
 int CCfgImportAndExport::deleteCfgFile(const std::string& dir) {

@@ -105,6 +105,8 @@ class FaultEnv : public OxBase::EnvWrapper {
   // temporary's included, or the target of a rename); the others are left
   // alone and not counted.
   void onlyPathsContaining(std::string part) { part_ = std::move(part); }
+  // True once the failure armed by failOnce has been injected.
+  bool fired() const { return once_ && skip_.load() < 0; }
   int Open(const std::string& p, int f, mode_t m) override;
   ssize_t Write(int fd, const void* d, size_t n) override;
   int Fsync(int fd) override;
