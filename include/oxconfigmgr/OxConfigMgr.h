@@ -91,7 +91,9 @@ OXCFG_API int OX_ConfigMgr_Uninit(void);
 // Files reloaded: "Config.xml" (product name, alarm monitor, network ports,
 // mapping switches and address table, event subscription, metadata, Wisp
 // listening, HTTP host notification, device management, maintenance and the
-// NAT gateway ranges), "QAPIConfig.xml" and "PrivateConfig.xml".
+// NAT gateway ranges), "QAPIConfig.xml", "PrivateConfig.xml", and
+// "log4cxx.properties" where the library configured log4cxx from it (a host
+// that configured log4cxx itself keeps its configuration).
 
 // 1 switches it on (returns 1, or 0 when the directory cannot be watched,
 // logged), 0 switches it off (returns 1). Thread-safe. Switching off, Stop

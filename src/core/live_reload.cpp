@@ -56,7 +56,9 @@ std::atomic<LiveReload*> s_made{nullptr};
 // no write, no legacy clean-up (those stay with the start). Objects whose
 // file no other writer changes at run time (databases, keys, certificates)
 // have no row, nor has CTimeCfg: it keeps nothing in memory (the zone and
-// the clock are asked of the system at each call).
+// the clock are asked of the system at each call). The logging row re-reads
+// the log settings only where the library configured log4cxx from that file;
+// a host that configured log4cxx itself keeps its own configuration.
 const ReloadRow* reloadRows(size_t* count) {
   using M = CInstanceMgr;
   constexpr ReloadRow::Order kTxn = ReloadRow::kInFileTxn;
@@ -89,6 +91,8 @@ const ReloadRow* reloadRows(size_t* count) {
        [](M& m) { return reloadSlot(m.getQAPICfg(), [](CQAPICfg& o) { return o.reloadFile() == 1; }); }},
       {"PrivateConfig.xml", "CPrivateCfg", kTxn,
        [](M& m) { return reloadSlot(m.getPrivateCfg(), [](CPrivateCfg& o) { return o.reloadFile() == 1; }); }},
+      {"log4cxx.properties", "logging", kTxn,
+       [](M&) { return xlog_reload(OX_BASE_GetCurDir() + "log4cxx.properties") ? 1 : -1; }},
   };
   *count = sizeof kRows / sizeof kRows[0];
   return kRows;
@@ -230,8 +234,11 @@ bool LiveReload::reloadFile(const std::string& file) {
       // and its memory update are then either wholly before the reload
       // (which reads them back) or wholly after it (and win).
       ConfigFileTxn txn(path);
+      // Only XML files are checked whole before their objects read them; the
+      // properties reader takes what it can of any text.
       OxBase::CXmlBase probe;
-      const bool parses = probe.LoadFile(path) == 1;
+      const bool isXml = file.size() > 4 && file.compare(file.size() - 4, 4, ".xml") == 0;
+      const bool parses = !isXml || probe.LoadFile(path) == 1;
       {
         std::lock_guard<std::mutex> lock(m_failMutex);
         if (!parses) {

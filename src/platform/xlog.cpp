@@ -89,15 +89,16 @@ void xlog_configure_from_cwd() {
   }
 }
 
-void xlog_reload(const std::string& path) {
+bool xlog_reload(const std::string& path) {
   xlog_configure_from_cwd();
   std::lock_guard<std::mutex> lock(g_configMutex);
-  if (g_configState.load(std::memory_order_relaxed) != kFromFile) return;
+  if (g_configState.load(std::memory_order_relaxed) != kFromFile) return false;
   try {
     log4cxx::LogManager::resetConfiguration();
     log4cxx::PropertyConfigurator::configure(log4cxx::File(path));
   } catch (...) {
   }
+  return true;
 }
 
 void xlog_format(int level, const char* module, const char* format, ...) noexcept {

@@ -30,8 +30,9 @@ void xlog_format(int level, const char* module, const char* format, ...) noexcep
 void xlog_configure_from_cwd();
 
 // Re-reads `path` if the library owns the log4cxx configuration (it made it
-// from a properties file); does nothing when the host configured log4cxx.
-void xlog_reload(const std::string& path);
+// from a properties file): true then; false, doing nothing, when the host
+// configured log4cxx or no properties file was ever found.
+bool xlog_reload(const std::string& path);
 
 namespace OxBase {
 

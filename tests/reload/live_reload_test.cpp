@@ -1,6 +1,8 @@
 // Live reload: values that another process writes reach this one's handles,
 // bursts cost one reload, bad files keep the old values, and the watch thread
 // stops cleanly.
+#include <log4cxx/level.h>
+#include <log4cxx/logger.h>
 #include <oxconfigmgr/OxConfigMgr.h>
 #include <unistd.h>
 
@@ -184,6 +186,26 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
          return std::to_string(ldm.ldmPort);
        },
        "9110", "9111"},
+      // This process's own logging follows the root level of the properties
+      // another process wrote.
+      {"logging",
+       [&](const std::string& value) {
+         const std::string text = "log4j.rootLogger=" + value +
+                                  ", out\nlog4j.appender.out=org.apache.log4j.FileAppender\n"
+                                  "log4j.appender.out.File=log/reload.log\n"
+                                  "log4j.appender.out.layout=org.apache.log4j.SimpleLayout\n";
+         oxtest::writeFile(path(".edit"), text);
+         const OxBase::CommandResult r =
+             OxBase::Env::Default()->Run({"mv", path(".edit"), path("log4cxx.properties")}, "", "");
+         ASSERT_EQ(r.exitCode, 0) << r.output;
+       },
+       [] {
+         const int level = log4cxx::Logger::getRootLogger()->getLevel()->toInt();
+         return std::string(level == log4cxx::Level::WARN_INT    ? "WARN"
+                            : level == log4cxx::Level::ERROR_INT ? "ERROR"
+                                                                 : "other");
+       },
+       "WARN", "ERROR"},
   };
 
   // On: every object of every file follows.
@@ -465,7 +487,9 @@ TEST(LiveReloadEvents, OnlyForeignReplacementsOfTableFilesCount) {
        {ev(DirEvent::kMovedIn, "ARCConfig.xml", 9), ev(DirEvent::kWritten, own),
         ev(DirEvent::kMovedIn, "config.xml", 10)},
        {}},
-      {"lost events", {ev(DirEvent::kOverflow, "")}, {"Config.xml", "PrivateConfig.xml", "QAPIConfig.xml"}},
+      {"lost events",
+       {ev(DirEvent::kOverflow, "")},
+       {"Config.xml", "PrivateConfig.xml", "QAPIConfig.xml", "log4cxx.properties"}},
   };
   for (const Case& c : cases) EXPECT_EQ(LiveReload::changedFiles(c.events), c.files) << c.what;
 }
