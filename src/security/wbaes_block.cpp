@@ -37,6 +37,93 @@ void SliceRows(const std::uint8_t* table, int rows, std::uint8_t (*out)[16]) {
   }
 }
 
+// A combining table f (f[a][b]: partial nibble a, accumulator nibble b) as
+// out(x[a] ^ y[b]) for 4-bit bijections x, y, out. Such a split exists
+// exactly when f is an isotope of nibble XOR; then the results f gives on
+// row 0 and column 0 form a group with the XOR's structure, and out is an
+// isomorphism onto it, built from a basis. Returns false when f has no such
+// split (every entry is checked at the end).
+bool SplitXor(const std::uint8_t (&f)[16][16], std::uint8_t (&x)[16], std::uint8_t (&y)[16],
+              std::uint8_t (&out)[16]) {
+  int rowOf[16], colOf[16];  // rowOf[s]: the a with f[a][0] = s; colOf: the b with f[0][b] = s
+  for (int s = 0; s < 16; ++s) rowOf[s] = colOf[s] = -1;
+  for (int i = 0; i < 16; ++i) {
+    if (rowOf[f[i][0]] >= 0 || colOf[f[0][i]] >= 0) return false;
+    rowOf[f[i][0]] = i;
+    colOf[f[0][i]] = i;
+  }
+  auto times = [&](int s, int t) { return f[rowOf[s]][colOf[t]]; };
+  int inv[16];
+  for (int s = 0; s < 16; ++s) inv[s] = -1;
+  out[0] = f[0][0];
+  inv[out[0]] = 0;
+  for (int span = 1; span < 16; span *= 2) {
+    int g = 0;
+    while (inv[g] >= 0) ++g;
+    for (int v = 0; v < span; ++v) {
+      const int s = times(out[v], g);
+      if (inv[s] >= 0) return false;
+      out[span + v] = static_cast<std::uint8_t>(s);
+      inv[s] = span + v;
+    }
+  }
+  for (int i = 0; i < 16; ++i) {
+    x[i] = static_cast<std::uint8_t>(inv[f[i][0]]);
+    y[i] = static_cast<std::uint8_t>(inv[f[0][i]]);
+  }
+  for (int a = 0; a < 16; ++a) {
+    for (int b = 0; b < 16; ++b) {
+      if (f[a][b] != out[x[a] ^ y[b]]) return false;
+    }
+  }
+  return true;
+}
+
+// z as l(u) ^ c with l linear over GF(2); false when z is not affine.
+bool SplitAffine(const std::uint8_t (&z)[16], std::uint8_t (&l)[16], std::uint8_t& c) {
+  c = z[0];
+  for (int u = 0; u < 16; ++u) l[u] = static_cast<std::uint8_t>(z[u] ^ c);
+  for (int u = 0; u < 16; ++u) {
+    for (int w = 0; w < 16; ++w) {
+      if (l[u ^ w] != (l[u] ^ l[w])) return false;
+    }
+  }
+  return true;
+}
+
+// The three combining steps of output q's nibble half as one sum (see
+// DerivedTables::fourthSum): working back from the last step, the decoding
+// of the accumulator composed with the step before's encoding is affine,
+// so its linear part moves onto that step's decodings and its constant
+// onto the partial's. `f[st]`: do_xor of step st.
+bool SumOfSteps(const std::uint8_t (&f)[3][16][16], std::uint8_t (&sum)[5][16]) {
+  std::uint8_t x[3][16], y[3][16], o[3][16];
+  for (int st = 0; st < 3; ++st) {
+    if (!SplitXor(f[st], x[st], y[st], o[st])) return false;
+  }
+  std::uint8_t dec[4][16];  // dec[k]: partial k's decoding
+  std::uint8_t acc[16];     // decoding of the accumulator entering the step
+  std::memcpy(dec[3], x[2], 16);
+  std::memcpy(acc, y[2], 16);
+  for (int st = 1; st >= 0; --st) {
+    std::uint8_t z[16], l[16], c;
+    for (int u = 0; u < 16; ++u) z[u] = acc[o[st][u]];
+    if (!SplitAffine(z, l, c)) return false;
+    for (int n = 0; n < 16; ++n) {
+      dec[st + 1][n] = static_cast<std::uint8_t>(l[x[st][n]] ^ c);
+      acc[n] = l[y[st][n]];
+    }
+  }
+  std::memcpy(dec[0], acc, 16);
+  // Partials 1..3 come in the combining form: nibble n holds the value
+  // (n & 7) << 1 | n >> 3.
+  for (int k = 0; k < 4; ++k) {
+    for (int n = 0; n < 16; ++n) sum[k][n] = k == 0 ? dec[0][n] : dec[k][(n & 7) << 1 | n >> 3];
+  }
+  std::memcpy(sum[4], o[2], 16);
+  return true;
+}
+
 // Returns nullptr when memory is short.
 DerivedTables* NewDerived(const WbAesDirTables& t) {
   std::unique_ptr<DerivedTables> d(new (std::nothrow) DerivedTables);
@@ -106,6 +193,14 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
         }
         SliceRows(v, 8, d->slicedFourth[q][st][half]);
       }
+    }
+  }
+  d->hasFourthSum = true;
+  for (int q = 0; q < 16; ++q) {
+    for (int half = 0; half < 2; ++half) {
+      std::uint8_t f[3][16][16];
+      for (int st = 0; st < 3; ++st) std::memcpy(f[st], res->v[q][st][half], sizeof f[st]);
+      d->hasFourthSum = d->hasFourthSum && SumOfSteps(f, d->fourthSum[q][half]);
     }
   }
   return d.release();

@@ -64,6 +64,15 @@ struct DerivedTables {
   alignas(64) std::uint8_t thirdWords[16][256][4];
   alignas(64) std::uint8_t slicedFifth[16][16][16];
   alignas(64) std::uint8_t slicedFourth[16][3][2][8][16];
+  //  fourthSum[q][half]: when hasFourthSum, table IV's three steps for
+  //      output q's nibble half as out(d0(n0) ^ d1(n1) ^ d2(n2) ^ d3(n3)):
+  //      rows 0..3 the d_k, indexed by partial k's nibble as thirdWords
+  //      holds it (combining form for k >= 1), row 4 `out`. Such a sum
+  //      exists when every step's table is nibble XOR between encodings
+  //      (as in sets the generator makes); other sets leave hasFourthSum
+  //      false and go through slicedFourth.
+  alignas(64) std::uint8_t fourthSum[16][2][5][16];
+  bool hasFourthSum;
 };
 
 // Round keys bound to one direction's key-mixing tables, built once per call

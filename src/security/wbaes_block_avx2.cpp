@@ -200,6 +200,15 @@ OXCFG_WBAES_AVX2 inline __m256i CombineStep(const std::uint8_t (*rows)[16], __m2
   return Low(_mm256_blendv_epi8(r, _mm256_srli_epi16(r, 4), sel));
 }
 
+// Table IV's three steps for one nibble half of an output in every lane,
+// as the sum of DerivedTables::fourthSum: the four partials' nibbles
+// (n[k], 0..15) each decoded by one shuffle, XORed, and encoded by a fifth.
+OXCFG_WBAES_AVX2 inline __m256i SumStep(const std::uint8_t (*rows)[16], const __m256i (&n)[4]) {
+  const __m256i s01 = _mm256_xor_si256(Lookup16(Row(rows[0]), n[0]), Lookup16(Row(rows[1]), n[1]));
+  const __m256i s23 = _mm256_xor_si256(Lookup16(Row(rows[2]), n[2]), Lookup16(Row(rows[3]), n[3]));
+  return Lookup16(Row(rows[4]), _mm256_xor_si256(s01, s23));
+}
+
 OXCFG_WBAES_AVX2 inline void Store(void* p, __m256i v) {
   _mm256_store_si256(static_cast<__m256i*>(p), v);
 }
@@ -252,9 +261,11 @@ OXCFG_WBAES_AVX2 inline __m256i KeyMixSliced(const PreparedKey& k, int j, int p,
 }
 
 // Up to kLanes blocks, block b in byte lane b of one vector per state
-// position. Reads all of its input before writing any output.
-template <bool kDecipher>
-OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
+// position. Reads all of its input before writing any output. kSum: table
+// IV through DerivedTables::fourthSum (the set has it) rather than step by
+// step.
+template <bool kDecipher, bool kSum>
+OXCFG_WBAES_AVX2 void SlicedBatch(const WbAesDirTables& t, const PreparedKey& k,
                              const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
                              std::size_t blocks) {
   // bytes[j][b]: byte j (column order) of block b.
@@ -297,6 +308,16 @@ OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
           ThirdWords(d.thirdWords[p], xs[p], words[(c + 1) & 1][i]);
         }
         const int q = 4 * i + c;
+        if constexpr (kSum) {
+          __m256i nh[4], nl[4];
+          for (int r = 0; r < 4; ++r) {
+            nh[r] = High(y[r][i]);
+            nl[r] = Low(y[r][i]);
+          }
+          hi[q] = SumStep(d.fourthSum[q][0], nh);
+          lo[q] = SumStep(d.fourthSum[q][1], nl);
+          continue;
+        }
         __m256i ah = High(y[0][i]);
         __m256i al = Low(y[0][i]);
         for (int step = 0; step < 3; ++step) {
@@ -319,6 +340,14 @@ OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
   for (std::size_t b = 0; b < blocks; ++b) {
     for (int j = 0; j < 16; ++j) out[16 * b + j] = bytes[j][b];
   }
+}
+
+template <bool kDecipher>
+OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
+                             const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
+                             std::size_t blocks) {
+  (d.hasFourthSum ? SlicedBatch<kDecipher, true>
+                  : SlicedBatch<kDecipher, false>)(t, k, d, in, out, blocks);
 }
 
 template <bool kDecipher>
