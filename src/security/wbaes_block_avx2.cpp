@@ -225,14 +225,20 @@ constexpr int WordSlot(int n) { return ((n >> 2) & 3) << 3 | (n >> 4) << 2 | (n 
 // beside the combining steps' shuffles.
 OXCFG_WBAES_AVX2 inline void ThirdWords(const std::uint8_t (*table)[4], const std::uint8_t* x,
                                         std::uint8_t (*words)[4]) {
-#pragma GCC unroll 32
-  for (int n = 0; n < static_cast<int>(kLanes); ++n) {
-    std::uint32_t w;
-    std::memcpy(&w, table[x[n]], sizeof w);
-    // Keeps the word in a general register: without it the compiler packs
-    // the words into vectors (vpinsrd), taking the shuffle units again.
-    __asm__("" : "+r"(w));
-    std::memcpy(words[WordSlot(n)], &w, sizeof w);
+#pragma GCC unroll 16
+  for (int n = 0; n < static_cast<int>(kLanes); n += 2) {
+    std::uint32_t w0, w1;
+    std::memcpy(&w0, table[x[n]], sizeof w0);
+    std::memcpy(&w1, table[x[n + 1]], sizeof w1);
+    // Lanes n and n + 1 have neighbouring slots: one store for both
+    // (1.07x against a store per word; reading the indices eight at a time
+    // from one 8-byte load gains as much, both together nothing).
+    // The empty asm keeps the words in general registers: without it the
+    // compiler packs them into vectors (vpinsrd), taking the shuffle units
+    // again.
+    std::uint64_t both = w0 | static_cast<std::uint64_t>(w1) << 32;
+    __asm__("" : "+r"(both));
+    std::memcpy(words[WordSlot(n)], &both, sizeof both);
   }
 }
 
