@@ -91,18 +91,20 @@ bool SplitAffine(const std::uint8_t (&z)[16], std::uint8_t (&l)[16], std::uint8_
   return true;
 }
 
-// The three combining steps of output q's nibble half as one sum (see
-// DerivedTables::fourthSum): working back from the last step, the decoding
-// of the accumulator composed with the step before's encoding is affine,
-// so its linear part moves onto that step's decodings and its constant
-// onto the partial's. `f[st]`: do_xor of step st.
-bool SumOfSteps(const std::uint8_t (&f)[3][16][16], std::uint8_t (&sum)[5][16]) {
+// The three combining steps of output q's nibble half as one sum: `f[st]`
+// is do_xor of step st; on success the result of the steps is
+// out(dec[0][n0] ^ dec[1][n1] ^ dec[2][n2] ^ dec[3][n3]) for partial
+// nibbles n0..n3. Working back from the last step, the decoding of the
+// accumulator composed with the step before's encoding is affine, so its
+// linear part moves onto that step's decodings and its constant onto the
+// partial's.
+bool SumOfSteps(const std::uint8_t (&f)[3][16][16], std::uint8_t (&dec)[4][16],
+                std::uint8_t (&out)[16]) {
   std::uint8_t x[3][16], y[3][16], o[3][16];
   for (int st = 0; st < 3; ++st) {
     if (!SplitXor(f[st], x[st], y[st], o[st])) return false;
   }
-  std::uint8_t dec[4][16];  // dec[k]: partial k's decoding
-  std::uint8_t acc[16];     // decoding of the accumulator entering the step
+  std::uint8_t acc[16];  // decoding of the accumulator entering the step
   std::memcpy(dec[3], x[2], 16);
   std::memcpy(acc, y[2], 16);
   for (int st = 1; st >= 0; --st) {
@@ -115,12 +117,7 @@ bool SumOfSteps(const std::uint8_t (&f)[3][16][16], std::uint8_t (&sum)[5][16]) 
     }
   }
   std::memcpy(dec[0], acc, 16);
-  // Partials 1..3 come in the combining form: nibble n holds the value
-  // (n & 7) << 1 | n >> 3.
-  for (int k = 0; k < 4; ++k) {
-    for (int n = 0; n < 16; ++n) sum[k][n] = k == 0 ? dec[0][n] : dec[k][(n & 7) << 1 | n >> 3];
-  }
-  std::memcpy(sum[4], o[2], 16);
+  std::memcpy(out, o[2], 16);
   return true;
 }
 
@@ -195,12 +192,31 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       }
     }
   }
+  // dec[q][half][r]: partial r's decoding in output q's sum.
+  struct SumDecodings {
+    std::uint8_t v[16][2][4][16];
+  };
+  const std::unique_ptr<SumDecodings> dec(new (std::nothrow) SumDecodings);
+  if (dec == nullptr) return nullptr;
   d->hasFourthSum = true;
   for (int q = 0; q < 16; ++q) {
     for (int half = 0; half < 2; ++half) {
       std::uint8_t f[3][16][16];
       for (int st = 0; st < 3; ++st) std::memcpy(f[st], res->v[q][st][half], sizeof f[st]);
-      d->hasFourthSum = d->hasFourthSum && SumOfSteps(f, d->fourthSum[q][half]);
+      d->hasFourthSum =
+          d->hasFourthSum && SumOfSteps(f, dec->v[q][half], d->fourthOut[q][half]);
+    }
+  }
+  for (int p = 0; p < 16; ++p) {
+    const int r = p >> 2;
+    const int c = p & 3;
+    for (int x = 0; x < 256; ++x) {
+      for (int i = 0; i < 4; ++i) {
+        const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
+        const auto& dq = dec->v[4 * i + c];
+        d->thirdSum[p][x][i] =
+            static_cast<std::uint8_t>(dq[0][r][partial >> 4] << 4 | dq[1][r][partial & 15]);
+      }
     }
   }
   return d.release();

@@ -64,14 +64,17 @@ struct DerivedTables {
   alignas(64) std::uint8_t thirdWords[16][256][4];
   alignas(64) std::uint8_t slicedFifth[16][16][16];
   alignas(64) std::uint8_t slicedFourth[16][3][2][8][16];
-  //  fourthSum[q][half]: when hasFourthSum, table IV's three steps for
-  //      output q's nibble half as out(d0(n0) ^ d1(n1) ^ d2(n2) ^ d3(n3)):
-  //      rows 0..3 the d_k, indexed by partial k's nibble as thirdWords
-  //      holds it (combining form for k >= 1), row 4 `out`. Such a sum
-  //      exists when every step's table is nibble XOR between encodings
-  //      (as in sets the generator makes); other sets leave hasFourthSum
-  //      false and go through slicedFourth.
-  alignas(64) std::uint8_t fourthSum[16][2][5][16];
+  // When every combining step of table IV is nibble XOR between encodings
+  // (as in the sets the generator makes), an output's three steps are one
+  // sum: out(d0(n0) ^ d1(n1) ^ d2(n2) ^ d3(n3)) per nibble half, n_r the
+  // nibble of partial r, and hasFourthSum is set (other sets go through
+  // slicedFourth):
+  //  thirdSum[p][x]: thirdWords' entry with each partial's nibbles already
+  //      decoded (d_r of its output), so the XOR of a column's four entries
+  //      holds byte by byte the sum of its four outputs.
+  //  fourthOut[q][half]: the `out` of output q's nibble half.
+  alignas(64) std::uint8_t thirdSum[16][256][4];
+  alignas(64) std::uint8_t fourthOut[16][2][16];
   bool hasFourthSum;
 };
 

@@ -201,15 +201,6 @@ OXCFG_WBAES_AVX2 inline __m256i CombineStep(const std::uint8_t (*rows)[16], __m2
   return Low(_mm256_blendv_epi8(r, _mm256_srli_epi16(r, 4), sel));
 }
 
-// Table IV's three steps for one nibble half of an output in every lane,
-// as the sum of DerivedTables::fourthSum: the four partials' nibbles
-// (n[k], 0..15) each decoded by one shuffle, XORed, and encoded by a fifth.
-OXCFG_WBAES_AVX2 inline __m256i SumStep(const std::uint8_t (*rows)[16], const __m256i (&n)[4]) {
-  const __m256i s01 = _mm256_xor_si256(Lookup16(Row(rows[0]), n[0]), Lookup16(Row(rows[1]), n[1]));
-  const __m256i s23 = _mm256_xor_si256(Lookup16(Row(rows[2]), n[2]), Lookup16(Row(rows[3]), n[3]));
-  return Lookup16(Row(rows[4]), _mm256_xor_si256(s01, s23));
-}
-
 OXCFG_WBAES_AVX2 inline void Store(void* p, __m256i v) {
   _mm256_store_si256(static_cast<__m256i*>(p), v);
 }
@@ -242,6 +233,30 @@ OXCFG_WBAES_AVX2 inline void ThirdWords(const std::uint8_t (*table)[4], const st
   }
 }
 
+// Tables III and IV's decodings for column c in every lane, with scalar
+// loads: per lane, the XOR of the thirdSum entries of the column's four
+// positions, whose byte i is then output (i, c)'s sum (both nibbles), in
+// ThirdWords' slots.
+OXCFG_WBAES_AVX2 inline void ThirdSumWords(const DerivedTables& d, const std::uint8_t (*xs)[kLanes],
+                                           int c, std::uint8_t (*words)[4]) {
+  auto word = [&](int n) {
+    std::uint32_t sum = 0;
+#pragma GCC unroll 4
+    for (int r = 0; r < 4; ++r) {
+      std::uint32_t w;
+      std::memcpy(&w, d.thirdSum[4 * r + c][xs[4 * r + c][n]], sizeof w);
+      sum ^= w;
+    }
+    return sum;
+  };
+#pragma GCC unroll 16
+  for (int n = 0; n < static_cast<int>(kLanes); n += 2) {
+    std::uint64_t both = word(n) | static_cast<std::uint64_t>(word(n + 1)) << 32;
+    __asm__("" : "+r"(both));
+    std::memcpy(words[WordSlot(n)], &both, sizeof both);
+  }
+}
+
 // The four byte vectors of ThirdWords' words: out[i][n] = byte i of lane
 // n's word.
 OXCFG_WBAES_AVX2 inline void BytesOfWords(const std::uint8_t (*words)[4], __m256i* out) {
@@ -269,8 +284,8 @@ OXCFG_WBAES_AVX2 inline __m256i KeyMixSliced(const PreparedKey& k, int j, int p,
 
 // Up to kLanes blocks, block b in byte lane b of one vector per state
 // position. Reads all of its input before writing any output. kSum: table
-// IV through DerivedTables::fourthSum (the set has it) rather than step by
-// step.
+// IV summed through DerivedTables::thirdSum and fourthOut (the set has
+// them) rather than step by step.
 template <bool kDecipher, bool kSum>
 OXCFG_WBAES_AVX2 void SlicedBatch(const WbAesDirTables& t, const PreparedKey& k,
                              const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
@@ -301,39 +316,46 @@ OXCFG_WBAES_AVX2 void SlicedBatch(const WbAesDirTables& t, const PreparedKey& k,
       Store(xs[p], KeyMixSliced(k, j, Source(kDecipher, p), hi[Source(kDecipher, p)],
                                 lo[Source(kDecipher, p)]));
     }
-    // Table III of column c + 1 is looked up (scalar loads) while column c
-    // is combined (vector shuffles), so both kinds of units work at once.
-    alignas(32) std::uint8_t words[2][4][kLanes][4];
-    for (int r = 0; r < 4; ++r) ThirdWords(d.thirdWords[4 * r], xs[4 * r], words[0][r]);
+    if constexpr (kSum) {
+      // Table III and the decodings of table IV through scalar loads, the
+      // sums' encodings through shuffles.
 #pragma GCC unroll 1
-    for (int c = 0; c < 4; ++c) {
-      __m256i y[4][4];  // y[r][i]: byte i of table III at position (r, c)
-      for (int r = 0; r < 4; ++r) BytesOfWords(words[c & 1][r], y[r]);
-      for (int i = 0; i < 4; ++i) {
-        if (c < 3) {
-          const int p = 4 * i + c + 1;
-          ThirdWords(d.thirdWords[p], xs[p], words[(c + 1) & 1][i]);
+      for (int c = 0; c < 4; ++c) {
+        alignas(32) std::uint8_t words[kLanes][4];
+        ThirdSumWords(d, xs, c, words);
+        __m256i y[4];  // y[i]: output (i, c)'s sum
+        BytesOfWords(words, y);
+        for (int i = 0; i < 4; ++i) {
+          const int q = 4 * i + c;
+          hi[q] = Lookup16(Row(d.fourthOut[q][0]), High(y[i]));
+          lo[q] = Lookup16(Row(d.fourthOut[q][1]), Low(y[i]));
         }
-        const int q = 4 * i + c;
-        if constexpr (kSum) {
-          __m256i nh[4], nl[4];
-          for (int r = 0; r < 4; ++r) {
-            nh[r] = High(y[r][i]);
-            nl[r] = Low(y[r][i]);
+      }
+    } else {
+      // Table III of column c + 1 is looked up (scalar loads) while column c
+      // is combined (vector shuffles), so both kinds of units work at once.
+      alignas(32) std::uint8_t words[2][4][kLanes][4];
+      for (int r = 0; r < 4; ++r) ThirdWords(d.thirdWords[4 * r], xs[4 * r], words[0][r]);
+#pragma GCC unroll 1
+      for (int c = 0; c < 4; ++c) {
+        __m256i y[4][4];  // y[r][i]: byte i of table III at position (r, c)
+        for (int r = 0; r < 4; ++r) BytesOfWords(words[c & 1][r], y[r]);
+        for (int i = 0; i < 4; ++i) {
+          if (c < 3) {
+            const int p = 4 * i + c + 1;
+            ThirdWords(d.thirdWords[p], xs[p], words[(c + 1) & 1][i]);
           }
-          hi[q] = SumStep(d.fourthSum[q][0], nh);
-          lo[q] = SumStep(d.fourthSum[q][1], nl);
-          continue;
+          const int q = 4 * i + c;
+          __m256i ah = High(y[0][i]);
+          __m256i al = Low(y[0][i]);
+          for (int step = 0; step < 3; ++step) {
+            const __m256i sel = y[step + 1][i];
+            ah = CombineStep(d.slicedFourth[q][step][0], sel, ah);
+            al = CombineStep(d.slicedFourth[q][step][1], _mm256_slli_epi16(sel, 4), al);
+          }
+          hi[q] = ah;
+          lo[q] = al;
         }
-        __m256i ah = High(y[0][i]);
-        __m256i al = Low(y[0][i]);
-        for (int step = 0; step < 3; ++step) {
-          const __m256i sel = y[step + 1][i];
-          ah = CombineStep(d.slicedFourth[q][step][0], sel, ah);
-          al = CombineStep(d.slicedFourth[q][step][1], _mm256_slli_epi16(sel, 4), al);
-        }
-        hi[q] = ah;
-        lo[q] = al;
       }
     }
   }
