@@ -59,10 +59,10 @@ constexpr std::size_t kInterleave = 8;
 
 // From this many blocks on, one sliced batch (its cost does not depend on
 // how many of its lanes are used) beats the interleaved single blocks.
-// Measured (ECB, table IV summed): a batch costs as much as 12 blocks
-// through groups and single blocks; 14 blocks go 1.18x, 16 blocks 1.1x
+// Measured (ECB, table IV summed): a batch costs as much as 9 blocks
+// through groups and single blocks; 10 blocks go 1.1x, 12 blocks 1.3x
 // faster sliced.
-constexpr std::size_t kSlicedThreshold = 13;
+constexpr std::size_t kSlicedThreshold = 10;
 
 struct alignas(32) Mask32 {
   std::uint8_t v[32];
