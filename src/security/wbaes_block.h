@@ -21,7 +21,7 @@ constexpr int Source(bool decipher, int p) {
 
 // Layouts derived from one direction's tables for the engines' lookups.
 // Key-independent: the linked-in table set's are built once per process and
-// direction; any other set gets its own per call (about 450 KiB).
+// direction; any other set gets its own per call (about 465 KiB).
 //
 // Tables III and IV fused. Output q = 4i + c of table IV starts from
 // partial 0 and is combined with partials 1..3, each a byte of table III's

@@ -6,13 +6,19 @@
 //    go through the block-sliced path: up to 32 blocks at a time, one block
 //    per byte lane, one vector per state position, as in the AVX-512 engine
 //    but with 16-entry shuffles only. Key mixing and table I are single
-//    shuffles; each combining step of table IV is a 16 x 16 nibble table,
-//    looked up as 8 shuffles of row pairs (LookupRows' saturating offsets
-//    pick the row, the pair's nibble is picked by a blend). Table III, a
-//    256-entry lookup of four bytes, would take 64 shuffles per position;
-//    it goes through scalar loads instead (ThirdWords), one 4-byte load per
-//    block and position from a 16 KiB table, interleaved with the previous
-//    column's shuffles so that the load and the vector units work at once.
+//    shuffles. Table III, a 256-entry lookup of four bytes, would take 64
+//    shuffles per position; it goes through scalar loads instead, one
+//    4-byte load per block and position from a 16 KiB table. Table IV:
+//    when each of its combining steps is nibble XOR between encodings (the
+//    generator's sets), an output's three steps are one sum of decoded
+//    partials, encoded once (DerivedTables::thirdSum, fourthOut); the
+//    decodings are folded into table III's words, so the four words of a
+//    column are XORed in general registers (ThirdSumWords) and one shuffle
+//    per nibble half encodes the sum. Other sets take each combining step
+//    as a 16 x 16 nibble table, looked up as 8 shuffles of row pairs
+//    (LookupRows' saturating offsets pick the row, the pair's nibble is
+//    picked by a blend), table III's loads (ThirdWords) interleaved with
+//    the previous column's shuffles so that both kinds of units work.
 //  - Single blocks (CBC enciphering, short runs) go through tables III and
 //    IV fused in advance, as the AVX-512 engine's single blocks do, with
 //    vpshufb in place of the 64-entry lookups: a biased line entry 16i + v
@@ -24,15 +30,21 @@
 //    lookup of the start value. Shorter runs interleave several blocks
 //    column by column so that one block's loads overlap another's shuffles.
 //
-// Measured on 16 KiB ECB (sliced path against interleaved single blocks):
-// table III through shuffles as well 0.75x, through scalar loads 1.25x
-// (with the scalar lookups of a column all before the previous column's
-// shuffles instead of between its outputs 1.1x, by words packed into
-// vectors with vpinsrd 1.15x); rows stored twice instead of broadcast on
-// load, the XOR of a lookup's rows as a tree, or the combining steps
+// Measured on 16 KiB ECB (sliced path against interleaved single blocks),
+// step by step: table III through shuffles as well 0.75x, through scalar
+// loads 1.25x (with the scalar lookups of a column all before the previous
+// column's shuffles instead of between its outputs 1.1x, by words packed
+// into vectors with vpinsrd 1.15x); rows stored twice instead of broadcast
+// on load, the XOR of a lookup's rows as a tree, or the combining steps
 // ordered step by step across a column's outputs: no gain. The combining
-// steps alone (96 lookups of 8 shuffles per block and round) take about
-// 0.6 of the path's time, which bounds what this layout can reach.
+// steps took about 0.6 of that path's time. Summed instead: decoding the
+// partials by shuffles (5 per nibble half and output) 1.8x the step by
+// step path, the decodings folded into table III's words 1.3x more; the
+// sum path is then bound by its scalar loads (two per block, position and
+// round: the index byte and the word). Tried there and dropped: table III
+// through vpgatherdd (0.97x with shuffled decodings, 0.81x folded), the
+// indices read eight at a time from one 8-byte load (0.86x: the byte
+// extraction takes the integer units the XORs need).
 // Tried and dropped on single blocks: the low
 // nibbles through the portable byte-load chain beside the shuffled high
 // nibbles (0.6x), the key rows loaded once per group (no change),
