@@ -214,8 +214,9 @@ enum class Engine {
   kPortable,  // plain C++, any processor: independent blocks a few at a
               // time, interleaved so that their table reads overlap
   kAvx2,      // x86-64 with AVX2: runs of blocks are processed 32 at a
-              // time, table IV through 16-entry byte shuffles (vpshufb);
-              // single blocks through tables III and IV fused
+              // time with 16-entry byte shuffles (vpshufb) and scalar
+              // loads for table III; single blocks through tables III and
+              // IV fused
   kAvx512,    // x86-64 with AVX-512 F/BW/VL/VBMI: runs of blocks are
               // processed 64 at a time with in-register table lookups,
               // single blocks through tables III and IV fused
