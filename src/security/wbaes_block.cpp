@@ -144,6 +144,22 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       }
     }
   }
+  // dec[q][half][r]: partial r's decoding in output q's sum (zeros, unused,
+  // when the set has no sums).
+  struct SumDecodings {
+    std::uint8_t v[16][2][4][16];
+  };
+  const std::unique_ptr<SumDecodings> dec(new (std::nothrow) SumDecodings());
+  if (dec == nullptr) return nullptr;
+  d->hasFourthSum = true;
+  for (int q = 0; q < 16; ++q) {
+    for (int half = 0; half < 2; ++half) {
+      std::uint8_t f[3][16][16];
+      for (int st = 0; st < 3; ++st) std::memcpy(f[st], res->v[q][st][half], sizeof f[st]);
+      d->hasFourthSum =
+          d->hasFourthSum && SumOfSteps(f, dec->v[q][half], d->fourthOut[q][half]);
+    }
+  }
   for (int p = 0; p < 16; ++p) {
     const int r = p >> 2;
     const int c = p & 3;
@@ -151,6 +167,9 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       for (int i = 0; i < 4; ++i) {
         const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
         d->third[p][i][x] = partial;
+        const auto& dq = dec->v[4 * i + c];
+        d->thirdSum[p][x][i] =
+            static_cast<std::uint8_t>(dq[0][r][partial >> 4] << 4 | dq[1][r][partial & 15]);
         const int hi = partial >> 4;
         const int lo = partial & 15;
         d->thirdWords[p][x][i] = static_cast<std::uint8_t>(
@@ -189,33 +208,6 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
           }
         }
         SliceRows(v, 8, d->slicedFourth[q][st][half]);
-      }
-    }
-  }
-  // dec[q][half][r]: partial r's decoding in output q's sum.
-  struct SumDecodings {
-    std::uint8_t v[16][2][4][16];
-  };
-  const std::unique_ptr<SumDecodings> dec(new (std::nothrow) SumDecodings);
-  if (dec == nullptr) return nullptr;
-  d->hasFourthSum = true;
-  for (int q = 0; q < 16; ++q) {
-    for (int half = 0; half < 2; ++half) {
-      std::uint8_t f[3][16][16];
-      for (int st = 0; st < 3; ++st) std::memcpy(f[st], res->v[q][st][half], sizeof f[st]);
-      d->hasFourthSum =
-          d->hasFourthSum && SumOfSteps(f, dec->v[q][half], d->fourthOut[q][half]);
-    }
-  }
-  for (int p = 0; p < 16; ++p) {
-    const int r = p >> 2;
-    const int c = p & 3;
-    for (int x = 0; x < 256; ++x) {
-      for (int i = 0; i < 4; ++i) {
-        const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
-        const auto& dq = dec->v[4 * i + c];
-        d->thirdSum[p][x][i] =
-            static_cast<std::uint8_t>(dq[0][r][partial >> 4] << 4 | dq[1][r][partial & 15]);
       }
     }
   }
