@@ -37,6 +37,90 @@ void SliceRows(const std::uint8_t* table, int rows, std::uint8_t (*out)[16]) {
   }
 }
 
+// A combining table f (f[a][b]: partial nibble a, accumulator nibble b) as
+// out(x[a] ^ y[b]) for 4-bit bijections x, y, out. Such a split exists
+// exactly when f is an isotope of nibble XOR; then the results f gives on
+// row 0 and column 0 form a group with the XOR's structure, and out is an
+// isomorphism onto it, built from a basis. Returns false when f has no such
+// split (every entry is checked at the end).
+bool SplitXor(const std::uint8_t (&f)[16][16], std::uint8_t (&x)[16], std::uint8_t (&y)[16],
+              std::uint8_t (&out)[16]) {
+  int rowOf[16], colOf[16];  // rowOf[s]: the a with f[a][0] = s; colOf: the b with f[0][b] = s
+  for (int s = 0; s < 16; ++s) rowOf[s] = colOf[s] = -1;
+  for (int i = 0; i < 16; ++i) {
+    if (rowOf[f[i][0]] >= 0 || colOf[f[0][i]] >= 0) return false;
+    rowOf[f[i][0]] = i;
+    colOf[f[0][i]] = i;
+  }
+  auto times = [&](int s, int t) { return f[rowOf[s]][colOf[t]]; };
+  int inv[16];
+  for (int s = 0; s < 16; ++s) inv[s] = -1;
+  out[0] = f[0][0];
+  inv[out[0]] = 0;
+  for (int span = 1; span < 16; span *= 2) {
+    int g = 0;
+    while (inv[g] >= 0) ++g;
+    for (int v = 0; v < span; ++v) {
+      const int s = times(out[v], g);
+      if (inv[s] >= 0) return false;
+      out[span + v] = static_cast<std::uint8_t>(s);
+      inv[s] = span + v;
+    }
+  }
+  for (int i = 0; i < 16; ++i) {
+    x[i] = static_cast<std::uint8_t>(inv[f[i][0]]);
+    y[i] = static_cast<std::uint8_t>(inv[f[0][i]]);
+  }
+  for (int a = 0; a < 16; ++a) {
+    for (int b = 0; b < 16; ++b) {
+      if (f[a][b] != out[x[a] ^ y[b]]) return false;
+    }
+  }
+  return true;
+}
+
+// z as l(u) ^ c with l linear over GF(2); false when z is not affine.
+bool SplitAffine(const std::uint8_t (&z)[16], std::uint8_t (&l)[16], std::uint8_t& c) {
+  c = z[0];
+  for (int u = 0; u < 16; ++u) l[u] = static_cast<std::uint8_t>(z[u] ^ c);
+  for (int u = 0; u < 16; ++u) {
+    for (int w = 0; w < 16; ++w) {
+      if (l[u ^ w] != (l[u] ^ l[w])) return false;
+    }
+  }
+  return true;
+}
+
+// The three combining steps of output q's nibble half as one sum: `f[st]`
+// is do_xor of step st; on success the result of the steps is
+// out(dec[0][n0] ^ dec[1][n1] ^ dec[2][n2] ^ dec[3][n3]) for partial
+// nibbles n0..n3. Working back from the last step, the decoding of the
+// accumulator composed with the step before's encoding is affine, so its
+// linear part moves onto that step's decodings and its constant onto the
+// partial's.
+bool SumOfSteps(const std::uint8_t (&f)[3][16][16], std::uint8_t (&dec)[4][16],
+                std::uint8_t (&out)[16]) {
+  std::uint8_t x[3][16], y[3][16], o[3][16];
+  for (int st = 0; st < 3; ++st) {
+    if (!SplitXor(f[st], x[st], y[st], o[st])) return false;
+  }
+  std::uint8_t acc[16];  // decoding of the accumulator entering the step
+  std::memcpy(dec[3], x[2], 16);
+  std::memcpy(acc, y[2], 16);
+  for (int st = 1; st >= 0; --st) {
+    std::uint8_t z[16], l[16], c;
+    for (int u = 0; u < 16; ++u) z[u] = acc[o[st][u]];
+    if (!SplitAffine(z, l, c)) return false;
+    for (int n = 0; n < 16; ++n) {
+      dec[st + 1][n] = static_cast<std::uint8_t>(l[x[st][n]] ^ c);
+      acc[n] = l[y[st][n]];
+    }
+  }
+  std::memcpy(dec[0], acc, 16);
+  std::memcpy(out, o[2], 16);
+  return true;
+}
+
 // Returns nullptr when memory is short.
 DerivedTables* NewDerived(const WbAesDirTables& t) {
   std::unique_ptr<DerivedTables> d(new (std::nothrow) DerivedTables);
@@ -60,6 +144,22 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       }
     }
   }
+  // dec[q][half][r]: partial r's decoding in output q's sum (zeros, unused,
+  // when the set has no sums).
+  struct SumDecodings {
+    std::uint8_t v[16][2][4][16];
+  };
+  const std::unique_ptr<SumDecodings> dec(new (std::nothrow) SumDecodings());
+  if (dec == nullptr) return nullptr;
+  d->hasFourthSum = true;
+  for (int q = 0; q < 16; ++q) {
+    for (int half = 0; half < 2; ++half) {
+      std::uint8_t f[3][16][16];
+      for (int st = 0; st < 3; ++st) std::memcpy(f[st], res->v[q][st][half], sizeof f[st]);
+      d->hasFourthSum =
+          d->hasFourthSum && SumOfSteps(f, dec->v[q][half], d->fourthOut[q][half]);
+    }
+  }
   for (int p = 0; p < 16; ++p) {
     const int r = p >> 2;
     const int c = p & 3;
@@ -67,6 +167,9 @@ DerivedTables* NewDerived(const WbAesDirTables& t) {
       for (int i = 0; i < 4; ++i) {
         const std::uint8_t partial = t.III[1024 * p + 4 * x + i];
         d->third[p][i][x] = partial;
+        const auto& dq = dec->v[4 * i + c];
+        d->thirdSum[p][x][i] =
+            static_cast<std::uint8_t>(dq[0][r][partial >> 4] << 4 | dq[1][r][partial & 15]);
         const int hi = partial >> 4;
         const int lo = partial & 15;
         d->thirdWords[p][x][i] = static_cast<std::uint8_t>(

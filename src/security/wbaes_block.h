@@ -21,7 +21,7 @@ constexpr int Source(bool decipher, int p) {
 
 // Layouts derived from one direction's tables for the engines' lookups.
 // Key-independent: the linked-in table set's are built once per process and
-// direction; any other set gets its own per call (about 450 KiB).
+// direction; any other set gets its own per call (about 465 KiB).
 //
 // Tables III and IV fused. Output q = 4i + c of table IV starts from
 // partial 0 and is combined with partials 1..3, each a byte of table III's
@@ -64,6 +64,18 @@ struct DerivedTables {
   alignas(64) std::uint8_t thirdWords[16][256][4];
   alignas(64) std::uint8_t slicedFifth[16][16][16];
   alignas(64) std::uint8_t slicedFourth[16][3][2][8][16];
+  // When every combining step of table IV is nibble XOR between encodings
+  // (as in the sets the generator makes), an output's three steps are one
+  // sum: out(d0(n0) ^ d1(n1) ^ d2(n2) ^ d3(n3)) per nibble half, n_r the
+  // nibble of partial r, and hasFourthSum is set (other sets go through
+  // slicedFourth):
+  //  thirdSum[p][x]: thirdWords' entry with each partial's nibbles already
+  //      decoded (d_r of its output), so the XOR of a column's four entries
+  //      holds byte by byte the sum of its four outputs.
+  //  fourthOut[q][half]: the `out` of output q's nibble half.
+  alignas(64) std::uint8_t thirdSum[16][256][4];
+  alignas(64) std::uint8_t fourthOut[16][2][16];
+  bool hasFourthSum;
 };
 
 // Round keys bound to one direction's key-mixing tables, built once per call
@@ -202,8 +214,9 @@ enum class Engine {
   kPortable,  // plain C++, any processor: independent blocks a few at a
               // time, interleaved so that their table reads overlap
   kAvx2,      // x86-64 with AVX2: runs of blocks are processed 32 at a
-              // time, table IV through 16-entry byte shuffles (vpshufb);
-              // single blocks through tables III and IV fused
+              // time with 16-entry byte shuffles (vpshufb) and scalar
+              // loads for table III; single blocks through tables III and
+              // IV fused
   kAvx512,    // x86-64 with AVX-512 F/BW/VL/VBMI: runs of blocks are
               // processed 64 at a time with in-register table lookups,
               // single blocks through tables III and IV fused

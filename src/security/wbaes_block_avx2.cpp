@@ -6,13 +6,19 @@
 //    go through the block-sliced path: up to 32 blocks at a time, one block
 //    per byte lane, one vector per state position, as in the AVX-512 engine
 //    but with 16-entry shuffles only. Key mixing and table I are single
-//    shuffles; each combining step of table IV is a 16 x 16 nibble table,
-//    looked up as 8 shuffles of row pairs (LookupRows' saturating offsets
-//    pick the row, the pair's nibble is picked by a blend). Table III, a
-//    256-entry lookup of four bytes, would take 64 shuffles per position;
-//    it goes through scalar loads instead (ThirdWords), one 4-byte load per
-//    block and position from a 16 KiB table, interleaved with the previous
-//    column's shuffles so that the load and the vector units work at once.
+//    shuffles. Table III, a 256-entry lookup of four bytes, would take 64
+//    shuffles per position; it goes through scalar loads instead, one
+//    4-byte load per block and position from a 16 KiB table. Table IV:
+//    when each of its combining steps is nibble XOR between encodings (the
+//    generator's sets), an output's three steps are one sum of decoded
+//    partials, encoded once (DerivedTables::thirdSum, fourthOut); the
+//    decodings are folded into table III's words, so the four words of a
+//    column are XORed in general registers (ThirdSumWords) and one shuffle
+//    per nibble half encodes the sum. Other sets take each combining step
+//    as a 16 x 16 nibble table, looked up as 8 shuffles of row pairs
+//    (LookupRows' saturating offsets pick the row, the pair's nibble is
+//    picked by a blend), table III's loads (ThirdWords) interleaved with
+//    the previous column's shuffles so that both kinds of units work.
 //  - Single blocks (CBC enciphering, short runs) go through tables III and
 //    IV fused in advance, as the AVX-512 engine's single blocks do, with
 //    vpshufb in place of the 64-entry lookups: a biased line entry 16i + v
@@ -24,15 +30,21 @@
 //    lookup of the start value. Shorter runs interleave several blocks
 //    column by column so that one block's loads overlap another's shuffles.
 //
-// Measured on 16 KiB ECB (sliced path against interleaved single blocks):
-// table III through shuffles as well 0.75x, through scalar loads 1.25x
-// (with the scalar lookups of a column all before the previous column's
-// shuffles instead of between its outputs 1.1x, by words packed into
-// vectors with vpinsrd 1.15x); rows stored twice instead of broadcast on
-// load, the XOR of a lookup's rows as a tree, or the combining steps
+// Measured on 16 KiB ECB (sliced path against interleaved single blocks),
+// step by step: table III through shuffles as well 0.75x, through scalar
+// loads 1.25x (with the scalar lookups of a column all before the previous
+// column's shuffles instead of between its outputs 1.1x, by words packed
+// into vectors with vpinsrd 1.15x); rows stored twice instead of broadcast
+// on load, the XOR of a lookup's rows as a tree, or the combining steps
 // ordered step by step across a column's outputs: no gain. The combining
-// steps alone (96 lookups of 8 shuffles per block and round) take about
-// 0.6 of the path's time, which bounds what this layout can reach.
+// steps took about 0.6 of that path's time. Summed instead: decoding the
+// partials by shuffles (5 per nibble half and output) 1.8x the step by
+// step path, the decodings folded into table III's words 1.3x more; the
+// sum path is then bound by its scalar loads (two per block, position and
+// round: the index byte and the word). Tried there and dropped: table III
+// through vpgatherdd (0.97x with shuffled decodings, 0.81x folded), the
+// indices read eight at a time from one 8-byte load (0.86x: the byte
+// extraction takes the integer units the XORs need).
 // Tried and dropped on single blocks: the low
 // nibbles through the portable byte-load chain beside the shuffled high
 // nibbles (0.6x), the key rows loaded once per group (no change),
@@ -59,9 +71,10 @@ constexpr std::size_t kInterleave = 8;
 
 // From this many blocks on, one sliced batch (its cost does not depend on
 // how many of its lanes are used) beats the interleaved single blocks.
-// Measured (ECB): 24 blocks 1.06x faster through single blocks, 26 even,
-// 28 1.13x faster sliced.
-constexpr std::size_t kSlicedThreshold = 26;
+// Measured (ECB, table IV summed): a batch costs as much as 9 blocks
+// through groups and single blocks; 10 blocks go 1.1x, 12 blocks 1.3x
+// faster sliced.
+constexpr std::size_t kSlicedThreshold = 10;
 
 struct alignas(32) Mask32 {
   std::uint8_t v[32];
@@ -215,14 +228,44 @@ constexpr int WordSlot(int n) { return ((n >> 2) & 3) << 3 | (n >> 4) << 2 | (n 
 // beside the combining steps' shuffles.
 OXCFG_WBAES_AVX2 inline void ThirdWords(const std::uint8_t (*table)[4], const std::uint8_t* x,
                                         std::uint8_t (*words)[4]) {
-#pragma GCC unroll 32
-  for (int n = 0; n < static_cast<int>(kLanes); ++n) {
-    std::uint32_t w;
-    std::memcpy(&w, table[x[n]], sizeof w);
-    // Keeps the word in a general register: without it the compiler packs
-    // the words into vectors (vpinsrd), taking the shuffle units again.
-    __asm__("" : "+r"(w));
-    std::memcpy(words[WordSlot(n)], &w, sizeof w);
+#pragma GCC unroll 16
+  for (int n = 0; n < static_cast<int>(kLanes); n += 2) {
+    std::uint32_t w0, w1;
+    std::memcpy(&w0, table[x[n]], sizeof w0);
+    std::memcpy(&w1, table[x[n + 1]], sizeof w1);
+    // Lanes n and n + 1 have neighbouring slots: one store for both
+    // (1.07x against a store per word; reading the indices eight at a time
+    // from one 8-byte load gains as much, both together nothing).
+    // The empty asm keeps the words in general registers: without it the
+    // compiler packs them into vectors (vpinsrd), taking the shuffle units
+    // again.
+    std::uint64_t both = w0 | static_cast<std::uint64_t>(w1) << 32;
+    __asm__("" : "+r"(both));
+    std::memcpy(words[WordSlot(n)], &both, sizeof both);
+  }
+}
+
+// Tables III and IV's decodings for column c in every lane, with scalar
+// loads: per lane, the XOR of the thirdSum entries of the column's four
+// positions, whose byte i is then output (i, c)'s sum (both nibbles), in
+// ThirdWords' slots.
+OXCFG_WBAES_AVX2 inline void ThirdSumWords(const DerivedTables& d, const std::uint8_t (*xs)[kLanes],
+                                           int c, std::uint8_t (*words)[4]) {
+  auto word = [&](int n) {
+    std::uint32_t sum = 0;
+#pragma GCC unroll 4
+    for (int r = 0; r < 4; ++r) {
+      std::uint32_t w;
+      std::memcpy(&w, d.thirdSum[4 * r + c][xs[4 * r + c][n]], sizeof w);
+      sum ^= w;
+    }
+    return sum;
+  };
+#pragma GCC unroll 16
+  for (int n = 0; n < static_cast<int>(kLanes); n += 2) {
+    std::uint64_t both = word(n) | static_cast<std::uint64_t>(word(n + 1)) << 32;
+    __asm__("" : "+r"(both));
+    std::memcpy(words[WordSlot(n)], &both, sizeof both);
   }
 }
 
@@ -252,9 +295,11 @@ OXCFG_WBAES_AVX2 inline __m256i KeyMixSliced(const PreparedKey& k, int j, int p,
 }
 
 // Up to kLanes blocks, block b in byte lane b of one vector per state
-// position. Reads all of its input before writing any output.
-template <bool kDecipher>
-OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
+// position. Reads all of its input before writing any output. kSum: table
+// IV summed through DerivedTables::thirdSum and fourthOut (the set has
+// them) rather than step by step.
+template <bool kDecipher, bool kSum>
+OXCFG_WBAES_AVX2 void SlicedBatch(const WbAesDirTables& t, const PreparedKey& k,
                              const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
                              std::size_t blocks) {
   // bytes[j][b]: byte j (column order) of block b.
@@ -283,29 +328,46 @@ OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
       Store(xs[p], KeyMixSliced(k, j, Source(kDecipher, p), hi[Source(kDecipher, p)],
                                 lo[Source(kDecipher, p)]));
     }
-    // Table III of column c + 1 is looked up (scalar loads) while column c
-    // is combined (vector shuffles), so both kinds of units work at once.
-    alignas(32) std::uint8_t words[2][4][kLanes][4];
-    for (int r = 0; r < 4; ++r) ThirdWords(d.thirdWords[4 * r], xs[4 * r], words[0][r]);
+    if constexpr (kSum) {
+      // Table III and the decodings of table IV through scalar loads, the
+      // sums' encodings through shuffles.
 #pragma GCC unroll 1
-    for (int c = 0; c < 4; ++c) {
-      __m256i y[4][4];  // y[r][i]: byte i of table III at position (r, c)
-      for (int r = 0; r < 4; ++r) BytesOfWords(words[c & 1][r], y[r]);
-      for (int i = 0; i < 4; ++i) {
-        if (c < 3) {
-          const int p = 4 * i + c + 1;
-          ThirdWords(d.thirdWords[p], xs[p], words[(c + 1) & 1][i]);
+      for (int c = 0; c < 4; ++c) {
+        alignas(32) std::uint8_t words[kLanes][4];
+        ThirdSumWords(d, xs, c, words);
+        __m256i y[4];  // y[i]: output (i, c)'s sum
+        BytesOfWords(words, y);
+        for (int i = 0; i < 4; ++i) {
+          const int q = 4 * i + c;
+          hi[q] = Lookup16(Row(d.fourthOut[q][0]), High(y[i]));
+          lo[q] = Lookup16(Row(d.fourthOut[q][1]), Low(y[i]));
         }
-        const int q = 4 * i + c;
-        __m256i ah = High(y[0][i]);
-        __m256i al = Low(y[0][i]);
-        for (int step = 0; step < 3; ++step) {
-          const __m256i sel = y[step + 1][i];
-          ah = CombineStep(d.slicedFourth[q][step][0], sel, ah);
-          al = CombineStep(d.slicedFourth[q][step][1], _mm256_slli_epi16(sel, 4), al);
+      }
+    } else {
+      // Table III of column c + 1 is looked up (scalar loads) while column c
+      // is combined (vector shuffles), so both kinds of units work at once.
+      alignas(32) std::uint8_t words[2][4][kLanes][4];
+      for (int r = 0; r < 4; ++r) ThirdWords(d.thirdWords[4 * r], xs[4 * r], words[0][r]);
+#pragma GCC unroll 1
+      for (int c = 0; c < 4; ++c) {
+        __m256i y[4][4];  // y[r][i]: byte i of table III at position (r, c)
+        for (int r = 0; r < 4; ++r) BytesOfWords(words[c & 1][r], y[r]);
+        for (int i = 0; i < 4; ++i) {
+          if (c < 3) {
+            const int p = 4 * i + c + 1;
+            ThirdWords(d.thirdWords[p], xs[p], words[(c + 1) & 1][i]);
+          }
+          const int q = 4 * i + c;
+          __m256i ah = High(y[0][i]);
+          __m256i al = Low(y[0][i]);
+          for (int step = 0; step < 3; ++step) {
+            const __m256i sel = y[step + 1][i];
+            ah = CombineStep(d.slicedFourth[q][step][0], sel, ah);
+            al = CombineStep(d.slicedFourth[q][step][1], _mm256_slli_epi16(sel, 4), al);
+          }
+          hi[q] = ah;
+          lo[q] = al;
         }
-        hi[q] = ah;
-        lo[q] = al;
       }
     }
   }
@@ -319,6 +381,14 @@ OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
   for (std::size_t b = 0; b < blocks; ++b) {
     for (int j = 0; j < 16; ++j) out[16 * b + j] = bytes[j][b];
   }
+}
+
+template <bool kDecipher>
+OXCFG_WBAES_AVX2 void Sliced(const WbAesDirTables& t, const PreparedKey& k,
+                             const DerivedTables& d, const std::uint8_t* in, std::uint8_t* out,
+                             std::size_t blocks) {
+  (d.hasFourthSum ? SlicedBatch<kDecipher, true>
+                  : SlicedBatch<kDecipher, false>)(t, k, d, in, out, blocks);
 }
 
 template <bool kDecipher>

@@ -21,7 +21,7 @@
 // The stage functions and the reference block are reentrant and keep no
 // state; the tables are read-only data. The optimised engine behind the
 // modes (wbaes_block.h) keeps one process-wide cache per direction of the
-// linked-in set: tables derived from it (about 450 KiB each), built once on
+// linked-in set: tables derived from it (about 465 KiB each), built once on
 // first use under a lock with a non-throwing allocation and never freed
 // (when the allocation fails, blocks go through the stage functions and the
 // next call tries again). A table set other than the linked-in one gets its
