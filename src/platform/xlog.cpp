@@ -101,6 +101,16 @@ bool xlog_reload(const std::string& path) {
   return true;
 }
 
+int xlog_root_level() {
+  std::lock_guard<std::mutex> lock(g_configMutex);
+  try {
+    log4cxx::LevelPtr level = log4cxx::Logger::getRootLogger()->getLevel();
+    return level ? level->toInt() : -1;
+  } catch (...) {
+    return -1;
+  }
+}
+
 void xlog_format(int level, const char* module, const char* format, ...) noexcept {
   if (!format) return;
   if (!module) module = "OXW";

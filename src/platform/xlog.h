@@ -34,6 +34,11 @@ void xlog_configure_from_cwd();
 // configured log4cxx or no properties file was ever found.
 bool xlog_reload(const std::string& path);
 
+// The root logger's level as log4cxx numbers it, read under the lock that
+// xlog_reload holds while it replaces the configuration (so a reader never
+// meets a level a reload is still publishing); -1 without a root level.
+int xlog_root_level();
+
 namespace OxBase {
 
 // Receives every message, whatever the log4cxx level; for tests.

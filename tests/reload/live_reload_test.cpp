@@ -2,7 +2,6 @@
 // bursts cost one reload, bad files keep the old values, and the watch thread
 // stops cleanly.
 #include <log4cxx/level.h>
-#include <log4cxx/logger.h>
 #include <oxconfigmgr/OxConfigMgr.h>
 #include <unistd.h>
 
@@ -21,6 +20,7 @@
 #include <vector>
 
 #include "core/live_reload.h"
+#include "platform/xlog.h"
 #include "sections/sections_fixture.h"
 
 namespace {
@@ -200,7 +200,7 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
          ASSERT_EQ(r.exitCode, 0) << r.output;
        },
        [] {
-         const int level = log4cxx::Logger::getRootLogger()->getLevel()->toInt();
+         const int level = xlog_root_level();
          return std::string(level == log4cxx::Level::WARN_INT    ? "WARN"
                             : level == log4cxx::Level::ERROR_INT ? "ERROR"
                                                                  : "other");
