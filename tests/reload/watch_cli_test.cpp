@@ -20,7 +20,12 @@ namespace {
 class WatchCliTest : public oxtest::SectionsTest {
  protected:
   // Starts oxcfg with `args`, its output going to "watch.out".
+  // The files of an earlier watch are removed first: where posix_spawn
+  // returns before the child opened its files (qemu-user), the earlier
+  // "watching" line must not pass for this watch's.
   pid_t startWatch(std::vector<std::string> args) {
+    ::unlink(path("watch.out").c_str());
+    ::unlink(path("watch.err").c_str());
     args.insert(args.begin(), OXCFG_CLI_PATH);
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(&a[0]);
