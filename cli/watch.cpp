@@ -42,23 +42,6 @@ Snapshot takeSnapshot() {
   return snap;
 }
 
-std::string quoted(const std::string& s) {
-  std::string out = "\"";
-  for (unsigned char c : s) {
-    if (c == '"' || c == '\\') {
-      out += '\\';
-      out += static_cast<char>(c);
-    } else if (c < 0x20) {
-      char buf[8];
-      std::snprintf(buf, sizeof buf, "\\u%04x", c);
-      out += buf;
-    } else {
-      out += static_cast<char>(c);
-    }
-  }
-  return out + "\"";
-}
-
 struct Watch {
   std::mutex mutex;
   Snapshot last;
@@ -79,8 +62,8 @@ struct Watch {
         if (old == row.second) continue;
         if (json) {
           std::printf("{\"file\":%s,\"section\":%s,\"field\":%s,\"old\":%s,\"new\":%s}\n",
-                      quoted(file).c_str(), quoted(section.first).c_str(), quoted(row.first).c_str(),
-                      quoted(old).c_str(), quoted(row.second).c_str());
+                      jsonString(file).c_str(), jsonString(section.first).c_str(), jsonString(row.first).c_str(),
+                      jsonString(old).c_str(), jsonString(row.second).c_str());
         } else {
           std::printf("%s  %s / %s: %s -> %s\n", file, section.first.c_str(), row.first.c_str(),
                       old.c_str(), row.second.c_str());
