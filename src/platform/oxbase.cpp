@@ -9,9 +9,11 @@
 #include "platform/env.h"
 
 std::string OX_BASE_GetCurDir() {
-  std::vector<char> buf(PATH_MAX + 1);
-  if (!::getcwd(buf.data(), buf.size())) return std::string();
-  std::string dir(buf.data());
+  // Asked on every path a loader builds, so the buffer lives on the stack
+  // rather than being allocated and zeroed each time.
+  char buf[PATH_MAX + 1];
+  if (!::getcwd(buf, sizeof buf)) return std::string();
+  std::string dir(buf);
   if (dir.empty() || dir.back() != '/') dir.push_back('/');
   return dir;
 }
