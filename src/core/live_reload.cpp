@@ -41,11 +41,17 @@ bool inTable(const std::string& file) {
   return false;
 }
 
-// Reloads the object of one slot through `reload`; -1 for an empty slot.
-template <class T, class Reload>
-int reloadSlot(const std::shared_ptr<T>& slot, Reload&& reload) {
+// A reload method reports success as true, or as 1 when it returns int.
+constexpr bool succeeded(bool ok) { return ok; }
+constexpr bool succeeded(int rc) { return rc == 1; }
+
+// The reload of one row: the object `Get` hands out, reloaded through
+// `Method`. 1 done, 0 failed, -1 no object in that slot.
+template <auto Get, auto Method>
+int reloadVia(CInstanceMgr& m) {
+  const auto slot = (m.*Get)();
   if (!slot) return -1;
-  return reload(*slot) ? 1 : 0;
+  return succeeded(((*slot).*Method)()) ? 1 : 0;
 }
 
 std::atomic<LiveReload*> s_made{nullptr};
@@ -63,34 +69,22 @@ const ReloadRow* reloadRows(size_t* count) {
   using M = CInstanceMgr;
   constexpr ReloadRow::Order kTxn = ReloadRow::kInFileTxn;
   static const ReloadRow kRows[] = {
-      {"Config.xml", "CBasicCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getBasicCfg(), [](CBasicCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CAlarmMonitorCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getAlarmMonitorCfg(), [](CAlarmMonitorCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CNetworkCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getNetworkCfg(), [](CNetworkCfg& o) { return o.reloadFile(); }); }},
-      {"Config.xml", "CNetworkCfg address table", kTxn,
-       [](M& m) { return reloadSlot(m.getNetworkCfg(), [](CNetworkCfg& o) { return o.reloadAddrList(); }); }},
-      {"Config.xml", "CEventSubCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getEventSubCfg(), [](CEventSubCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CMetadataCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getMetadataCfg(), [](CMetadataCfg& o) { return o.reloadFile() == 1; }); }},
-      {"Config.xml", "CWispListenCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getWispListenCfg(), [](CWispListenCfg& o) { return o.reloadFile() == 1; }); }},
+      {"Config.xml", "CBasicCfg", kTxn, reloadVia<&M::getBasicCfg, &CBasicCfg::reloadFile>},
+      {"Config.xml", "CAlarmMonitorCfg", kTxn, reloadVia<&M::getAlarmMonitorCfg, &CAlarmMonitorCfg::reloadFile>},
+      {"Config.xml", "CNetworkCfg", kTxn, reloadVia<&M::getNetworkCfg, &CNetworkCfg::reloadFile>},
+      {"Config.xml", "CNetworkCfg address table", kTxn, reloadVia<&M::getNetworkCfg, &CNetworkCfg::reloadAddrList>},
+      {"Config.xml", "CEventSubCfg", kTxn, reloadVia<&M::getEventSubCfg, &CEventSubCfg::reloadFile>},
+      {"Config.xml", "CMetadataCfg", kTxn, reloadVia<&M::getMetadataCfg, &CMetadataCfg::reloadFile>},
+      {"Config.xml", "CWispListenCfg", kTxn, reloadVia<&M::getWispListenCfg, &CWispListenCfg::reloadFile>},
       // The loads of these three read without writing: they serve as the
       // reload.
-      {"Config.xml", "CHttpHostCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getHttpHostCfg(), [](CHttpHostCfg& o) { return o.loadFile() == 1; }); }},
-      {"Config.xml", "CMaintain", kTxn,
-       [](M& m) { return reloadSlot(m.getMaintain(), [](CMaintain& o) { return o.loadFile(); }); }},
-      {"Config.xml", "CNATGateway", kTxn,
-       [](M& m) { return reloadSlot(m.getNATGateway(), [](CNATGateway& o) { return o.loadFile(); }); }},
+      {"Config.xml", "CHttpHostCfg", kTxn, reloadVia<&M::getHttpHostCfg, &CHttpHostCfg::loadFile>},
+      {"Config.xml", "CMaintain", kTxn, reloadVia<&M::getMaintain, &CMaintain::loadFile>},
+      {"Config.xml", "CNATGateway", kTxn, reloadVia<&M::getNATGateway, &CNATGateway::loadFile>},
       {"Config.xml", "CDeviceMgmtCfg", ReloadRow::kOwnLockFirst,
-       [](M& m) { return reloadSlot(m.getDeviceMgmtCfg(), [](CDeviceMgmtCfg& o) { return o.reloadFile() == 1; }); }},
-      {"QAPIConfig.xml", "CQAPICfg", kTxn,
-       [](M& m) { return reloadSlot(m.getQAPICfg(), [](CQAPICfg& o) { return o.reloadFile() == 1; }); }},
-      {"PrivateConfig.xml", "CPrivateCfg", kTxn,
-       [](M& m) { return reloadSlot(m.getPrivateCfg(), [](CPrivateCfg& o) { return o.reloadFile() == 1; }); }},
+       reloadVia<&M::getDeviceMgmtCfg, &CDeviceMgmtCfg::reloadFile>},
+      {"QAPIConfig.xml", "CQAPICfg", kTxn, reloadVia<&M::getQAPICfg, &CQAPICfg::reloadFile>},
+      {"PrivateConfig.xml", "CPrivateCfg", kTxn, reloadVia<&M::getPrivateCfg, &CPrivateCfg::reloadFile>},
       {"log4cxx.properties", "logging", kTxn,
        [](M&) { return xlog_reload(OX_BASE_GetCurDir() + "log4cxx.properties") ? 1 : -1; }},
   };

@@ -23,6 +23,17 @@ void copyToken(tagAlarmMonitorCnf& cfg, const char* token) {
   OSL_Strncpy(cfg.token, token, sizeof cfg.token);
 }
 
+// Reads Config.xml into `xml`, leaves it inside "AlarmMonitor" at
+// "Enable" and takes that flag into `cfg`. false when the file, the section
+// or the flag is missing (nothing taken).
+bool readEnable(OxBase::CXmlBase& xml, tagAlarmMonitorCnf& cfg) {
+  if (readConfigFile(xml) != 1) return false;
+  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return false;
+  if (!xml.FindElem("Enable")) return false;
+  cfg.enable = std::strcmp(xml.GetData(), "1") == 0 ? 1 : 0;
+  return true;
+}
+
 // The end of both setters: the record takes `cfg` first and keeps it even
 // when the file cannot be written. 0, or 9 (logged).
 int storeAndWrite(CAlarmMonitorCfg& self, sections::SeqRecord<tagAlarmMonitorCnf>& record,
@@ -50,11 +61,8 @@ int CAlarmMonitorCfg::loadFile() try {
   // A new token is written back: hold the file from the read on.
   ConfigFileTxn txn(getConfigFilePath());
   OxBase::CXmlBase xml;
-  if (readConfigFile(xml) != 1) return 0;
-  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("Enable")) return 0;
   tagAlarmMonitorCnf cfg = m_state->cfg.load();
-  cfg.enable = std::strcmp(xml.GetData(), "1") == 0 ? 1 : 0;
+  if (!readEnable(xml, cfg)) return 0;
   m_state->cfg.store(cfg);
   if (!xml.FindElem("token")) return 0;
   bool changed = false;
@@ -76,11 +84,8 @@ int CAlarmMonitorCfg::loadFile() try {
 
 int CAlarmMonitorCfg::reloadFile() try {
   OxBase::CXmlBase xml;
-  if (readConfigFile(xml) != 1) return 0;
-  if (!xmlWalk(xml, {"Config", "AlarmMonitor"}) || !xml.IntoElem()) return 0;
-  if (!xml.FindElem("Enable")) return 0;
   tagAlarmMonitorCnf cfg = m_state->cfg.load();
-  cfg.enable = std::strcmp(xml.GetData(), "1") == 0 ? 1 : 0;
+  if (!readEnable(xml, cfg)) return 0;
   if (xml.FindElem("token") && xml.GetData()[0] != '\0') copyToken(cfg, xml.GetData());
   m_state->cfg.store(cfg);
   return 1;
