@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "network/network_internal.h"
+#include "support/handles.h"
 #include "support/test_support.h"
 
 namespace {
@@ -109,11 +110,7 @@ TEST_F(GettersSettersTest, BasicInformation) {
 }
 
 TEST_F(GettersSettersTest, FeatureSwitches) {
-  auto events = OX_ConfigMgr_GetEventSubCfg();
-  auto metadata = OX_ConfigMgr_GetMetadataConfig();
-  auto wisp = OX_ConfigMgr_GetWispListenCfg();
-  auto qapi = OX_ConfigMgr_GetQAPICfg();
-  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
+  const oxtest::Handles h;
   {
     // A load that finds a kind it does not know repairs it: it takes the
     // class's lock and the file's, in the same order as the setter below.
@@ -131,29 +128,29 @@ TEST_F(GettersSettersTest, FeatureSwitches) {
   race(
       [&] {
         int v = -1;
-        events->getSubCfg(v);
+        h.events->getSubCfg(v);
         EXPECT_TRUE(v == 0 || v == 1);
-        metadata->getCfg(v);
+        h.metadata->getCfg(v);
         EXPECT_TRUE(v == 0 || v == 1);
-        wisp->getCfg(v);
+        h.wisp->getCfg(v);
         EXPECT_TRUE(v == 0 || v == 1);
-        EXPECT_GE(qapi->getQAPIParam(), 0);
-        EXPECT_GE(qapi->getQAPIMode(), 0);
+        EXPECT_GE(h.qapi->getQAPIParam(), 0);
+        EXPECT_GE(h.qapi->getQAPIMode(), 0);
         std::string kind;
-        mgmt->getChecked(kind);
+        h.mgmt->getChecked(kind);
         EXPECT_TRUE(kind == "encodingDev" || kind == "AccessControl") << kind;
       },
       {[&] {
          for (int i = 0; i < kRounds; ++i) {
-           EXPECT_EQ(events->updateCfg(i % 2), 0);
-           EXPECT_EQ(metadata->updateCfg(i % 2), 0);
-           EXPECT_EQ(wisp->updateCfg(i % 2), 0);
-           EXPECT_EQ(qapi->setQAPIParam(i % 2), 0);
+           EXPECT_EQ(h.events->updateCfg(i % 2), 0);
+           EXPECT_EQ(h.metadata->updateCfg(i % 2), 0);
+           EXPECT_EQ(h.wisp->updateCfg(i % 2), 0);
+           EXPECT_EQ(h.qapi->setQAPIParam(i % 2), 0);
          }
        },
        [&] {
          for (int i = 0; i < kRounds; ++i) {
-           EXPECT_EQ(mgmt->updateChecked(i % 2 ? "encodingDev" : "AccessControl"), 0);
+           EXPECT_EQ(h.mgmt->updateChecked(i % 2 ? "encodingDev" : "AccessControl"), 0);
          }
        },
        [&] {

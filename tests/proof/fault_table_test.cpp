@@ -22,6 +22,7 @@
 
 #include "proof/proof_support.h"
 #include "system/time_support.h"
+#include "support/handles.h"
 #include "support/test_support.h"
 
 namespace {
@@ -91,66 +92,60 @@ class FaultTableTest : public oxtest::WorkDirTest {
 
   std::vector<Writer> writers() {
     using namespace OxConfigMgr;
-    auto basic = OX_ConfigMgr_GetBasicCfg();
-    auto net = OX_ConfigMgr_GetNetworkCfg();
-    auto log = OX_ConfigMgr_GetLogCfg();
-    auto qapi = OX_ConfigMgr_GetQAPICfg();
-    auto sub = OX_ConfigMgr_GetEventSubCfg();
-    auto meta = OX_ConfigMgr_GetMetadataConfig();
-    auto wisp = OX_ConfigMgr_GetWispListenCfg();
+    const oxtest::Handles h;
     const std::string propsPath = path("log4cxx.properties");
     return {
         {"CBasicCfg::setProductName", "Config.xml",
-         [=](int n) { return basic->setProductName(("name-" + std::to_string(n)).c_str()); },
+         [=](int n) { return h.basic->setProductName(("name-" + std::to_string(n)).c_str()); },
          [=] { return value("Config.xml", {"Config", "BasicInfo", "Name"}); },
-         [](int n) { return "name-" + std::to_string(n); }, [=] { return std::string(basic->getProductName()); },
+         [](int n) { return "name-" + std::to_string(n); }, [=] { return std::string(h.basic->getProductName()); },
          Memory::kFollowsFile, 0, {2, 3}},
         {"CNetworkCfg::setHttpPort", "Config.xml",
-         [=](int n) { return static_cast<int>(net->setHttpPort(static_cast<unsigned short>(8100 + n))); },
+         [=](int n) { return static_cast<int>(h.net->setHttpPort(static_cast<unsigned short>(8100 + n))); },
          [=] { return value("Config.xml", {"Config", "Network", "HTTP", "Port"}); },
-         [](int n) { return std::to_string(8100 + n); }, [=] { return std::to_string(net->getHttpPort()); },
+         [](int n) { return std::to_string(8100 + n); }, [=] { return std::to_string(h.net->getHttpPort()); },
          Memory::kFollowsFile, 0, {2, 3}},
         {"CNetworkCfg::setPlatformPortMapping", "Config.xml",
-         [=](int n) { return static_cast<int>(net->setPlatformPortMapping(n % 2)); },
+         [=](int n) { return static_cast<int>(h.net->setPlatformPortMapping(n % 2)); },
          [=] { return value("Config.xml", {"Config", "Network", "PortMapping", "PlatformEnable"}); },
          [](int n) { return std::string(n % 2 ? "true" : "false"); },
-         [=] { return std::string(net->isPlatformPortMapping() ? "true" : "false"); }, Memory::kFollowsFile, 0,
+         [=] { return std::string(h.net->isPlatformPortMapping() ? "true" : "false"); }, Memory::kFollowsFile, 0,
          {2, 3}},
         {"CMaintain::setLogLevel", "Config.xml",
-         [=](int n) { return log->setLogLevel(static_cast<XLOG_LEVEL>(n % 8)); },
+         [=](int n) { return h.maintain->setLogLevel(static_cast<XLOG_LEVEL>(n % 8)); },
          [=] { return value("Config.xml", {"Config", "Maintain", "Log", "Level"}); },
-         [](int n) { return std::to_string(n % 8); }, [=] { return std::to_string(log->getLogLevel()); },
+         [](int n) { return std::to_string(n % 8); }, [=] { return std::to_string(h.maintain->getLogLevel()); },
          Memory::kFollowsFile, 0, {2, 3}},
-        {"CEventSubCfg::updateCfg", "Config.xml", [=](int n) { return sub->updateCfg(n % 2); },
+        {"CEventSubCfg::updateCfg", "Config.xml", [=](int n) { return h.events->updateCfg(n % 2); },
          [=] { return value("Config.xml", {"Config", "EventSubCfg", "Enable"}); },
          [](int n) { return std::to_string(n % 2); },
          [=] {
            int v = -1;
-           sub->getSubCfg(v);
+           h.events->getSubCfg(v);
            return std::to_string(v);
          },
          Memory::kFollowsFile, 0, {2, 3}},
-        {"CMetadataCfg::updateCfg", "Config.xml", [=](int n) { return meta->updateCfg(n % 2); },
+        {"CMetadataCfg::updateCfg", "Config.xml", [=](int n) { return h.metadata->updateCfg(n % 2); },
          [=] { return value("Config.xml", {"Config", "MetadataCfg", "Enable"}); },
          [](int n) { return std::to_string(n % 2); },
          [=] {
            int v = -1;
-           meta->getCfg(v);
+           h.metadata->getCfg(v);
            return std::to_string(v);
          },
          Memory::kFollowsFile, 0, {2, 3}},
-        {"CWispListenCfg::updateCfg", "Config.xml", [=](int n) { return wisp->updateCfg(n % 2); },
+        {"CWispListenCfg::updateCfg", "Config.xml", [=](int n) { return h.wisp->updateCfg(n % 2); },
          [=] { return value("Config.xml", {"Config", "WispListenCfg", "Enable"}); },
          [](int n) { return std::to_string(n % 2); },
          [=] {
            int v = -1;
-           wisp->getCfg(v);
+           h.wisp->getCfg(v);
            return std::to_string(v);
          },
          Memory::kFollowsFile, 0, {2, 3}},
-        {"CQAPICfg::setQAPIParam", "QAPIConfig.xml", [=](int n) { return qapi->setQAPIParam(10 + n); },
+        {"CQAPICfg::setQAPIParam", "QAPIConfig.xml", [=](int n) { return h.qapi->setQAPIParam(10 + n); },
          [=] { return value("QAPIConfig.xml", {"Config", "QAPIConfig", "Enable"}); },
-         [](int n) { return std::to_string(10 + n); }, [=] { return std::to_string(qapi->getQAPIParam()); },
+         [](int n) { return std::to_string(10 + n); }, [=] { return std::to_string(h.qapi->getQAPIParam()); },
          Memory::kFollowsFile, 0, {3}},
         {"CARCCfg::setARCParam", "ARCConfig.xml",
          [this](int n) {
@@ -213,7 +208,7 @@ class FaultTableTest : public oxtest::WorkDirTest {
          [=](int n) {
            std::string p = propsPath;
            std::string content = "log4j.rootLogger=OFF, file\n# revision " + std::to_string(n) + "\n";
-           return log->WriteLog4j(p, content) ? 1 : 0;
+           return h.maintain->WriteLog4j(p, content) ? 1 : 0;
          },
          [=] {
            std::string c = oxtest::readFile(propsPath);

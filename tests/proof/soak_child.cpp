@@ -25,19 +25,15 @@
 #include <vector>
 
 #include "proof/soak_values.h"
+#include "support/handles.h"
 
 namespace {
 
 using namespace OxConfigMgr;
 
 int churn(unsigned seed) {
-  std::shared_ptr<CNetworkCfg> net = OX_ConfigMgr_GetNetworkCfg();
-  std::shared_ptr<CBasicCfg> basic = OX_ConfigMgr_GetBasicCfg();
-  std::shared_ptr<CMaintain> log = OX_ConfigMgr_GetLogCfg();
-  std::shared_ptr<CQAPICfg> qapi = OX_ConfigMgr_GetQAPICfg();
-  std::shared_ptr<CUserCfg> user = OX_ConfigMgr_GetUserCfg();
-  std::shared_ptr<CEventSubCfg> eventSub = OX_ConfigMgr_GetEventSubCfg();
-  if (!net || !basic || !log || !qapi || !user || !eventSub) return 3;
+  const oxtest::Handles h;
+  if (!h.complete()) return 3;
   CARCCfg arc;
   if (!arc.loadFile()) return 4;
   std::mt19937 rng(seed);
@@ -45,20 +41,20 @@ int churn(unsigned seed) {
     const unsigned r = rng();
     switch (r % 7) {
       case 0:
-        net->setHttpPort(static_cast<unsigned short>(oxproof::kHttpPortBase + r % oxproof::kHttpPortCount));
+        h.net->setHttpPort(static_cast<unsigned short>(oxproof::kHttpPortBase + r % oxproof::kHttpPortCount));
         break;
       case 1:
-        basic->setProductName(oxproof::productName(r % oxproof::kProductNameCount).c_str());
+        h.basic->setProductName(oxproof::productName(r % oxproof::kProductNameCount).c_str());
         break;
       case 2:
-        log->setLogLevel(static_cast<XLOG_LEVEL>(r % 8));
+        h.maintain->setLogLevel(static_cast<XLOG_LEVEL>(r % 8));
         break;
       case 3:
-        qapi->setQAPIParam(static_cast<int>(r % 2));
+        h.qapi->setQAPIParam(static_cast<int>(r % 2));
         break;
       case 4: {
         const std::string pw = oxproof::password(r % oxproof::kPasswordCount);
-        user->setPassword(PASSWORD_LEVEL_STRONG, pw.c_str(), "admin");
+        h.users->setPassword(PASSWORD_LEVEL_STRONG, pw.c_str(), "admin");
         break;
       }
       case 5: {
@@ -69,7 +65,7 @@ int churn(unsigned seed) {
         break;
       }
       default:
-        eventSub->updateCfg(static_cast<int>(r % 2));
+        h.events->updateCfg(static_cast<int>(r % 2));
         break;
     }
   }

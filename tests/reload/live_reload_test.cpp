@@ -22,6 +22,7 @@
 #include "core/live_reload.h"
 #include "platform/xlog.h"
 #include "sections/sections_fixture.h"
+#include "support/handles.h"
 
 namespace {
 
@@ -115,19 +116,11 @@ struct ObjectRow {
 };
 
 TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
-  auto net = OX_ConfigMgr_GetNetworkCfg();
-  auto sub = OX_ConfigMgr_GetEventSubCfg();
-  auto qapi = OX_ConfigMgr_GetQAPICfg();
-  auto host = OX_ConfigMgr_GetHttpHostCfg();
-  auto basic = OX_ConfigMgr_GetBasicCfg();
-  auto mgmt = OX_ConfigMgr_GetDeviceMgmtCfg();
-  auto maintain = OX_ConfigMgr_GetLogCfg();
-  auto nat = OX_ConfigMgr_GetNATGateway();
-  auto priv = OX_ConfigMgr_GetPrivateCfg();
-  ASSERT_TRUE(net && sub && qapi && host && basic && mgmt && maintain && nat && priv);
+  const oxtest::Handles h;
+  ASSERT_TRUE(h.complete());
   int subBefore = 0;
-  sub->getSubCfg(subBefore);
-  const bool qapiOn = qapi->getQAPIParam() != 0;
+  h.events->getSubCfg(subBefore);
+  const bool qapiOn = h.qapi->getQAPIParam() != 0;
   auto cli = [this](std::vector<std::string> args) {
     return [this, args](const std::string& value) {
       std::vector<std::string> full = args;
@@ -139,50 +132,50 @@ TEST_F(LiveReloadTest, AnotherProcessesValuesReachHeldHandlesOnlyWhenOn) {
   };
   const ObjectRow rows[] = {
       {"CNetworkCfg", cli({"set", "network", "ext-http-port", "{}"}),
-       [&] { return std::to_string(net->getExtHttpPort()); }, "30006", "30007"},
+       [&] { return std::to_string(h.net->getExtHttpPort()); }, "30006", "30007"},
       // The address of the other process's first entry is the one its
       // adapters gave; its whole table is taken.
       {"CNetworkCfg address table",
        [&](const std::string& value) { otherProcess({"set", "ext-ip", textAt({"Config", "Network", "AddrList", "Addr", "V4", "IP"}), value}); },
-       [&] { return net->getGatewayOuterIP(); }, "203.0.113.7", "203.0.113.8"},
+       [&] { return h.net->getGatewayOuterIP(); }, "203.0.113.7", "203.0.113.8"},
       {"CEventSubCfg", cli({"set", "eventsub", "{}"}),
        [&] {
          int v = -1;
-         sub->getSubCfg(v);
+         h.events->getSubCfg(v);
          return std::string(v ? "on" : "off");
        },
        subBefore ? "off" : "on", subBefore ? "on" : "off"},
-      {"CQAPICfg", cli({"set", "qapi", "{}"}), [&] { return std::string(qapi->getQAPIParam() ? "on" : "off"); },
+      {"CQAPICfg", cli({"set", "qapi", "{}"}), [&] { return std::string(h.qapi->getQAPIParam() ? "on" : "off"); },
        qapiOn ? "off" : "on", qapiOn ? "on" : "off"},
       {"CHttpHostCfg", cli({"set", "httphost", "--ip", "10.1.2.3", "--port", "{}"}),
        [&] {
          OxConfigMgr::tagHttpHostInfo info;
-         host->getHttpHostInfo(info);
+         h.host->getHttpHostInfo(info);
          return std::to_string(info.port);
        },
        "8088", "8089"},
-      {"CBasicCfg", cli({"set", "product-name", "{}"}), [&] { return std::string(basic->getProductName()); },
+      {"CBasicCfg", cli({"set", "product-name", "{}"}), [&] { return std::string(h.basic->getProductName()); },
        "Gate 9", "Gate 10"},
       {"CDeviceMgmtCfg", cli({"set", "devicemgmt", "{}"}),
        [&] {
          std::string kind;
-         mgmt->getChecked(kind);
+         h.mgmt->getChecked(kind);
          return kind;
        },
        "encodingDev", "AccessControl"},
-      {"CMaintain", cli({"set", "log", "level", "{}"}), [&] { return std::to_string(maintain->getLogLevel()); },
+      {"CMaintain", cli({"set", "log", "level", "{}"}), [&] { return std::to_string(h.maintain->getLogLevel()); },
        "5", "6"},
       // Nothing in the library writes these two: an operator's tool does.
       {"CNATGateway",
        [&](const std::string& value) {
          foreignProcessEdit("Config.xml", {"Config", "NATGateway", "PortRangeList", "PortRange", "min"}, value);
        },
-       [&] { return std::to_string(nat->getMinHTTPPort()); }, "41000", "41001"},
+       [&] { return std::to_string(h.nat->getMinHTTPPort()); }, "41000", "41001"},
       {"CPrivateCfg",
        [&](const std::string& value) { foreignProcessEdit("PrivateConfig.xml", {"PrivateConfig", "LDM", "LDMPort"}, value); },
        [&] {
          OxConfigMgr::tagLDMInfo ldm;
-         priv->getLDMParams(ldm);
+         h.priv->getLDMParams(ldm);
          return std::to_string(ldm.ldmPort);
        },
        "9110", "9111"},
