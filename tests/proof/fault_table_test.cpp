@@ -90,6 +90,21 @@ class FaultTableTest : public oxtest::WorkDirTest {
     return oxproof::xmlValue(path(file), walk);
   }
 
+  // A feature switch of Config.xml: value n turns it to n % 2, which the
+  // file's "Enable" and the getter both answer.
+  template <class Cfg>
+  Writer switchRow(const char* name, const char* section, std::shared_ptr<Cfg> cfg, int (Cfg::*get)(int&) const) {
+    return {name, "Config.xml", [=](int n) { return cfg->updateCfg(n % 2); },
+            [=] { return value("Config.xml", {"Config", section, "Enable"}); },
+            [](int n) { return std::to_string(n % 2); },
+            [=] {
+              int v = -1;
+              ((*cfg).*get)(v);
+              return std::to_string(v);
+            },
+            Memory::kFollowsFile, 0, {2, 3}};
+  }
+
   std::vector<Writer> writers() {
     using namespace OxConfigMgr;
     const oxtest::Handles h;
@@ -116,33 +131,9 @@ class FaultTableTest : public oxtest::WorkDirTest {
          [=] { return value("Config.xml", {"Config", "Maintain", "Log", "Level"}); },
          [](int n) { return std::to_string(n % 8); }, [=] { return std::to_string(h.maintain->getLogLevel()); },
          Memory::kFollowsFile, 0, {2, 3}},
-        {"CEventSubCfg::updateCfg", "Config.xml", [=](int n) { return h.events->updateCfg(n % 2); },
-         [=] { return value("Config.xml", {"Config", "EventSubCfg", "Enable"}); },
-         [](int n) { return std::to_string(n % 2); },
-         [=] {
-           int v = -1;
-           h.events->getSubCfg(v);
-           return std::to_string(v);
-         },
-         Memory::kFollowsFile, 0, {2, 3}},
-        {"CMetadataCfg::updateCfg", "Config.xml", [=](int n) { return h.metadata->updateCfg(n % 2); },
-         [=] { return value("Config.xml", {"Config", "MetadataCfg", "Enable"}); },
-         [](int n) { return std::to_string(n % 2); },
-         [=] {
-           int v = -1;
-           h.metadata->getCfg(v);
-           return std::to_string(v);
-         },
-         Memory::kFollowsFile, 0, {2, 3}},
-        {"CWispListenCfg::updateCfg", "Config.xml", [=](int n) { return h.wisp->updateCfg(n % 2); },
-         [=] { return value("Config.xml", {"Config", "WispListenCfg", "Enable"}); },
-         [](int n) { return std::to_string(n % 2); },
-         [=] {
-           int v = -1;
-           h.wisp->getCfg(v);
-           return std::to_string(v);
-         },
-         Memory::kFollowsFile, 0, {2, 3}},
+        switchRow("CEventSubCfg::updateCfg", "EventSubCfg", h.events, &CEventSubCfg::getSubCfg),
+        switchRow("CMetadataCfg::updateCfg", "MetadataCfg", h.metadata, &CMetadataCfg::getCfg),
+        switchRow("CWispListenCfg::updateCfg", "WispListenCfg", h.wisp, &CWispListenCfg::getCfg),
         {"CQAPICfg::setQAPIParam", "QAPIConfig.xml", [=](int n) { return h.qapi->setQAPIParam(10 + n); },
          [=] { return value("QAPIConfig.xml", {"Config", "QAPIConfig", "Enable"}); },
          [](int n) { return std::to_string(10 + n); }, [=] { return std::to_string(h.qapi->getQAPIParam()); },
