@@ -122,6 +122,26 @@ class Worker {
 
 bool chdirTo(const std::string& dir) { return ::chdir(dir.c_str()) == 0; }
 
+// Runs `work` once in a new worker process inside `dir`: its seconds, or -1
+// when the worker could not start or the work failed.
+double inWorker(const std::string& dir, const std::function<bool()>& work) {
+  Worker w([&] { return chdirTo(dir); }, work);
+  return w.ready() ? w.run() : -1;
+}
+
+// Takes one worker run as the iteration's time; false, with the benchmark
+// marked failed by `error`, when the run failed.
+bool record(benchmark::State& state, double seconds, const char* error) {
+  if (seconds < 0) {
+    state.SkipWithError(error);
+    return false;
+  }
+  state.SetIterationTime(seconds);
+  return true;
+}
+
+bool startLibrary() { return OX_ConfigMgr_Start() == 1; }
+
 // ---- whole start, in worker processes ----------------------------------------
 
 // A factory directory started for the first time: the storage key is made and
@@ -129,13 +149,7 @@ bool chdirTo(const std::string& dir) { return ::chdir(dir.c_str()) == 0; }
 void BM_Start_FreshDirectory(benchmark::State& state) {
   for (auto _ : state) {
     BenchDir d(true);
-    Worker w([&] { return chdirTo(d.dir); }, [] { return OX_ConfigMgr_Start() == 1; });
-    double s = w.ready() ? w.run() : -1;
-    if (s < 0) {
-      state.SkipWithError("start failed");
-      break;
-    }
-    state.SetIterationTime(s);
+    if (!record(state, inWorker(d.dir, startLibrary), "start failed")) break;
   }
 }
 BENCHMARK(BM_Start_FreshDirectory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(30);
@@ -143,21 +157,9 @@ BENCHMARK(BM_Start_FreshDirectory)->UseManualTime()->Unit(benchmark::kMillisecon
 // A directory started before: the databases are opened and found current.
 void BM_Start_ExistingDirectory(benchmark::State& state) {
   BenchDir d(true);
-  {
-    Worker first([&] { return chdirTo(d.dir); }, [] { return OX_ConfigMgr_Start() == 1; });
-    if (!first.ready() || first.run() < 0) {
-      state.SkipWithError("first start failed");
-      return;
-    }
-  }
+  if (inWorker(d.dir, startLibrary) < 0) return state.SkipWithError("first start failed");
   for (auto _ : state) {
-    Worker w([&] { return chdirTo(d.dir); }, [] { return OX_ConfigMgr_Start() == 1; });
-    double s = w.ready() ? w.run() : -1;
-    if (s < 0) {
-      state.SkipWithError("start failed");
-      break;
-    }
-    state.SetIterationTime(s);
+    if (!record(state, inWorker(d.dir, startLibrary), "start failed")) break;
   }
 }
 BENCHMARK(BM_Start_ExistingDirectory)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(100);
@@ -194,21 +196,14 @@ void databasePart(benchmark::State& state, bool fresh) {
   BenchDir d(false);
   if (!fresh) {
     // Made in a worker too: the parent stays free of SQLCipher state.
-    Worker maker([&] { return chdirTo(d.dir); }, [&] { return databaseSteps(d.dir, true); });
-    if (!maker.ready() || maker.run() < 0) return state.SkipWithError("create");
+    if (inWorker(d.dir, [&] { return databaseSteps(d.dir, true); }) < 0) return state.SkipWithError("create");
   }
   for (auto _ : state) {
     if (fresh) {
       ::unlink((d.dir + "/Config.db3").c_str());
       ::unlink((d.dir + "/Syslog.db3").c_str());
     }
-    Worker w([&] { return chdirTo(d.dir); }, [&] { return databaseSteps(d.dir, fresh); });
-    double s = w.ready() ? w.run() : -1;
-    if (s < 0) {
-      state.SkipWithError("database steps failed");
-      break;
-    }
-    state.SetIterationTime(s);
+    if (!record(state, inWorker(d.dir, [&] { return databaseSteps(d.dir, fresh); }), "database steps failed")) break;
   }
 }
 
