@@ -145,7 +145,10 @@ void resetAdapterRefreshForTest() { g_lastAdapterRefresh.store(0); }
 
 // Memory first, then the file. The merge of the old table and the swap run
 // under one hold of the table's lock, so a binding or outside address set
-// while the adapters were being listed is merged, never overwritten.
+// while the adapters were being listed is merged, never overwritten. From
+// the merge to the write the file's transaction is held: a reload of the
+// file (which takes it) comes wholly before the merge or after the write,
+// never between, where it would put the file's older table back.
 bool CNetworkCfg::updateLocalIP() {
   try {
     if (!claimRefresh()) return true;
@@ -157,6 +160,7 @@ bool CNetworkCfg::updateLocalIP() {
       return false;
     }
 
+    ConfigFileTxn txn(getConfigFilePath());
     bool kept[kMaxEntries] = {};
     bool changed;
     {
@@ -277,11 +281,11 @@ int CNetworkCfg::resetAddrList() { return rewriteAddrList(nullptr); }
 // file that another process replaced (which takes the transaction) then
 // comes wholly before it or wholly after the write that carries it, never
 // between the two, where it would drop the change from both.
+// The transaction also serialises the rewrites of this process; no other
+// lock is taken before it (a refresh calls in holding it already).
 int CNetworkCfg::rewriteAddrList(const std::function<void()>& change) {
-  static OSL_Mutex s_mutex;
   bool read = false;
   try {
-    OSL_Guard guard(&s_mutex);
     ConfigFileTxn txn(getConfigFilePath());
     _NIC_INFO_V4 table[kMaxEntries];
     size_t count;

@@ -6,6 +6,7 @@
 #include <oxconfigmgr/OxConfigMgr.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <mutex>
@@ -14,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "frame/config_store.h"
+#include "frame/config_txn.h"
 #include "network/network_internal.h"
 #include "support/handles.h"
 #include "support/test_support.h"
@@ -365,6 +368,40 @@ TEST_F(GettersSettersTest, AnAddressRefreshKeepsSettersThatRanDuringIt) {
   // The file says the same.
   const std::string config = oxtest::readFile(path("Config.xml"));
   EXPECT_NE(config.find("<ExternalIP>203.0.113.9</ExternalIP>"), std::string::npos);
+}
+
+// A reload of Config.xml (as live reload makes one when another process
+// replaced the file: inside the file's transaction) that comes while a
+// refresh stands between its new table and the write that carries it waits
+// for that write; otherwise it would put the file's older table back into
+// memory, and the refresh would then write that one over the new.
+TEST_F(GettersSettersTest, AReloadDuringAnAddressRefreshWaitsForItsWrite) {
+  auto net = OX_ConfigMgr_GetNetworkCfg();
+  ASSERT_EQ(net->setExtIPv4(kLocal, "203.0.113.5"), 0);  // carried over, which the refresh reports
+  env_.setAddresses({kLocal, kSecond});
+  OxConfigMgr::netinternal::resetAdapterRefreshForTest();
+  std::thread reload;
+  std::atomic<bool> reloaded{false};
+  {
+    DuringRefresh hook([&] {
+      reload = std::thread([&] {
+        OxConfigMgr::ConfigFileTxn txn(OxConfigMgr::getConfigFilePath());
+        EXPECT_TRUE(net->reloadAddrList());
+        reloaded = true;
+      });
+      // Long enough for the reload to land here if nothing holds it back.
+      for (int i = 0; i < 100 && !reloaded; ++i) std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    });
+    ASSERT_TRUE(net->updateLocalIP());
+    ASSERT_TRUE(hook.ran());
+  }
+  reload.join();
+  std::vector<_NIC_INFO_V4> list;
+  net->getIPv4List(list);
+  ASSERT_EQ(list.size(), 2u);
+  EXPECT_EQ(OxConfigMgr::netinternal::fieldText(list[1].ipv4), kSecond);
+  EXPECT_NE(oxtest::readFile(path("Config.xml")).find(kSecond), std::string::npos);
+  EXPECT_EQ(net->getGatewayOuterIP(), "203.0.113.5");
 }
 
 }  // namespace
