@@ -13,6 +13,7 @@
 #include <cstdio>
 #include <map>
 #include <mutex>
+#include <shared_mutex>
 
 #include "platform/oxbase.h"
 
@@ -27,6 +28,13 @@ std::atomic<OxBase::LogSink*> g_sink{nullptr};
 enum ConfigState { kUnchecked, kSilent, kFromFile, kHost };
 std::mutex g_configMutex;
 std::atomic<int> g_configState{kUnchecked};
+
+// Held shared by every message on its way through log4cxx and exclusively
+// while the configuration is replaced (taken after g_configMutex, never
+// the other way round): between the old configuration's end and the new
+// one's start there are no appenders, and a message sent then would be
+// lost. Messages wait for the new configuration instead.
+std::shared_mutex g_replaceLock;
 
 log4cxx::LevelPtr LevelFor(int level) {
   switch (level) {
@@ -73,6 +81,7 @@ void xlog_configure_from_cwd() {
     }
     std::string path = OX_BASE_GetCurDir() + "log4cxx.properties";
     if (::access(path.c_str(), R_OK) == 0) {
+      std::unique_lock<std::shared_mutex> replacing(g_replaceLock);
       if (state == kSilent) log4cxx::LogManager::resetConfiguration();
       log4cxx::PropertyConfigurator::configure(log4cxx::File(path));
       g_configState.store(kFromFile, std::memory_order_release);
@@ -94,6 +103,7 @@ bool xlog_reload(const std::string& path) {
   std::lock_guard<std::mutex> lock(g_configMutex);
   if (g_configState.load(std::memory_order_relaxed) != kFromFile) return false;
   try {
+    std::unique_lock<std::shared_mutex> replacing(g_replaceLock);
     log4cxx::LogManager::resetConfiguration();
     log4cxx::PropertyConfigurator::configure(log4cxx::File(path));
   } catch (...) {
@@ -132,6 +142,7 @@ void xlog_format(int level, const char* module, const char* format, ...) noexcep
     if (g_configState.load(std::memory_order_acquire) == kUnchecked) xlog_configure_from_cwd();
     log4cxx::LoggerPtr logger = LoggerFor(module);
     log4cxx::LevelPtr lvl = LevelFor(level);
+    std::shared_lock<std::shared_mutex> configured(g_replaceLock);
     if (logger->isEnabledFor(lvl)) logger->forcedLog(lvl, text);
   } catch (...) {
   }

@@ -2,8 +2,13 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <new>
+#include <set>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "support/test_support.h"
 
@@ -45,6 +50,39 @@ TEST_F(XlogTest, FollowsThePropertiesFileOfTheWorkingDirectory) {
   xlog_reload(path("log4cxx.properties"));
   xlog_format(5, "OXW", "[%s(%d)] silenced", "f", 3);
   EXPECT_EQ(oxtest::readFile(path("out.log")), "INFO OXW [f(1)] first\n");
+}
+
+// Messages logged while the configuration is being replaced (as a log
+// setter or a live reload replaces it) all reach the file: none falls into
+// the moment between the old configuration's end and the new one's start.
+TEST_F(XlogTest, NoMessageIsLostWhileTheConfigurationIsReplaced) {
+  oxtest::writeFile(path("log4cxx.properties"),
+                    "log4j.rootLogger=INFO, file\n"
+                    "log4j.appender.file=org.apache.log4j.FileAppender\n"
+                    "log4j.appender.file.File=" + path("out.log") + "\n"
+                    "log4j.appender.file.Append=true\n"
+                    "log4j.appender.file.ImmediateFlush=true\n"
+                    "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
+                    "log4j.appender.file.layout.ConversionPattern=%m%n\n");
+  xlog_configure_from_cwd();
+  constexpr int kThreads = 2, kMessages = 1500;
+  std::atomic<int> writing{kThreads};
+  std::thread reloader([&] {
+    while (writing.load() > 0) ASSERT_TRUE(xlog_reload(path("log4cxx.properties")));
+  });
+  std::vector<std::thread> writers;
+  for (int t = 0; t < kThreads; ++t) {
+    writers.emplace_back([&, t] {
+      for (int n = 0; n < kMessages; ++n) xlog_format(3, "OXW", "m%d-%d", t, n);
+      --writing;
+    });
+  }
+  for (auto& w : writers) w.join();
+  reloader.join();
+  std::istringstream lines(oxtest::readFile(path("out.log")));
+  std::set<std::string> seen;
+  for (std::string line; std::getline(lines, line);) seen.insert(line);
+  EXPECT_EQ(seen.size(), static_cast<size_t>(kThreads * kMessages));
 }
 
 // A sink that fails as a host's logging may (out of memory, a bug).
