@@ -37,15 +37,18 @@ inline int removeEntry(const char* path, const struct stat*, int, struct FTW*) {
 
 inline void removeWorkDir() { ::nftw(workDirPath().c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS); }
 
-// Makes "oxcfg-<name>-fuzz-XXXXXX" with the given subfolders in the shared
-// memory file system when there is one (a disk file system spends most of
-// an execution finding inodes for the files each input creates and
-// removes), otherwise in /tmp, enters it and installs the NoSyncEnv; the
-// first call does it, later calls return the same directory. Aborts the
-// process when the directory cannot be made.
+// Makes "oxcfg-<name>-fuzz-XXXXXX" with the given subfolders in
+// $OXCFG_FUZZ_WORK_ROOT when that is set (the runner's own folder, which it
+// removes even after a crash, when the exit handler below does not run),
+// else in the shared memory file system when there is one (a disk file
+// system spends most of an execution finding inodes for the files each
+// input creates and removes), otherwise in /tmp; enters it and installs the
+// NoSyncEnv. The first call does it, later calls return the same
+// directory. Aborts the process when the directory cannot be made.
 inline const std::string& enterWorkDir(const char* name, std::initializer_list<const char*> subdirs = {}) {
   static const bool ready = [&] {
-    const char* base = ::access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
+    const char* root = std::getenv("OXCFG_FUZZ_WORK_ROOT");
+    const char* base = root && *root ? root : ::access("/dev/shm", W_OK | X_OK) == 0 ? "/dev/shm" : "/tmp";
     std::string tmpl = std::string(base) + "/oxcfg-" + name + "-fuzz-XXXXXX";
     if (!::mkdtemp(&tmpl[0]) || ::chdir(tmpl.c_str()) != 0) return false;
     workDirPath() = tmpl;

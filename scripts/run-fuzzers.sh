@@ -13,6 +13,8 @@ seconds=${2:-60}
 shift $(( $# >= 2 ? 2 : $# ))
 root=$(cd "$(dirname "$0")/.." && pwd)
 status=0
+shm=/tmp
+if [ -w /dev/shm ] && [ -x /dev/shm ]; then shm=/dev/shm; fi
 total_execs=0
 total_crashes=0
 report=()
@@ -32,9 +34,11 @@ for name in "${targets[@]}"; do
       -size -64k -exec cp -n {} "$corpus"/ \; 2>/dev/null || true
   done
   echo "fuzz: $name for ${seconds}s"
-  work=$(mktemp -d)
+  # The harness makes its working directory inside this one (see
+  # fuzz/fuzz_workdir.h), so a run that crashed leaves nothing behind.
+  work=$(mktemp -d -p "$shm")
   crashed=0
-  if ! (cd "$work" && "$bin" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -max_len=65536 \
+  if ! (cd "$work" && OXCFG_FUZZ_WORK_ROOT="$work" "$bin" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -max_len=65536 \
         -rss_limit_mb=2048 -print_final_stats=1 "$corpus" >"$work/log" 2>&1); then
     tail -60 "$work/log"
     status=1
