@@ -31,13 +31,7 @@ TEST_F(XlogTest, FormatsFunctionAndLineAndReachesTheSink) {
 }
 
 TEST_F(XlogTest, FollowsThePropertiesFileOfTheWorkingDirectory) {
-  oxtest::writeFile(path("log4cxx.properties"),
-                    "log4j.rootLogger=INFO, file\n"
-                    "log4j.appender.file=org.apache.log4j.FileAppender\n"
-                    "log4j.appender.file.File=" + path("out.log") + "\n"
-                    "log4j.appender.file.ImmediateFlush=true\n"
-                    "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
-                    "log4j.appender.file.layout.ConversionPattern=%p %c %m%n\n");
+  oxtest::writeFile(path("log4cxx.properties"), oxtest::fileLogProperties(path("out.log"), "%p %c %m%n"));
   xlog_configure_from_cwd();
   xlog_format(3, "OXW", "[%s(%d)] first", "f", 1);
   xlog_format(2, "OXW", "[%s(%d)] below the level", "f", 2);
@@ -56,14 +50,9 @@ TEST_F(XlogTest, FollowsThePropertiesFileOfTheWorkingDirectory) {
 // setter or a live reload replaces it) all reach the file: none falls into
 // the moment between the old configuration's end and the new one's start.
 TEST_F(XlogTest, NoMessageIsLostWhileTheConfigurationIsReplaced) {
-  oxtest::writeFile(path("log4cxx.properties"),
-                    "log4j.rootLogger=INFO, file\n"
-                    "log4j.appender.file=org.apache.log4j.FileAppender\n"
-                    "log4j.appender.file.File=" + path("out.log") + "\n"
-                    "log4j.appender.file.Append=true\n"
-                    "log4j.appender.file.ImmediateFlush=true\n"
-                    "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
-                    "log4j.appender.file.layout.ConversionPattern=%m%n\n");
+  // A file appender appends: each new configuration goes on where the last
+  // one stopped.
+  oxtest::writeFile(path("log4cxx.properties"), oxtest::fileLogProperties(path("out.log")));
   xlog_configure_from_cwd();
   constexpr int kThreads = 2, kMessages = 1500;
   std::atomic<int> writing{kThreads};

@@ -56,6 +56,15 @@ std::vector<std::string> listDir(const std::string& dir) {
   return names;
 }
 
+std::string fileLogProperties(const std::string& logPath, const char* pattern, const char* level) {
+  return std::string("log4j.rootLogger=") + level + ", file\n" +
+         "log4j.appender.file=org.apache.log4j.FileAppender\n"
+         "log4j.appender.file.File=" + logPath + "\n"
+         "log4j.appender.file.ImmediateFlush=true\n"
+         "log4j.appender.file.layout=org.apache.log4j.PatternLayout\n"
+         "log4j.appender.file.layout.ConversionPattern=" + pattern + "\n";
+}
+
 void copyFactory(const std::string& dir) {
   const std::string factory = OXCFG_FACTORY_DIR;
   for (const auto& name : listDir(factory)) {

@@ -28,6 +28,9 @@ std::vector<std::string> listDir(const std::string& dir);
 std::string xmlText(const std::string& path, std::initializer_list<const char*> walk);
 // Copies the factory defaults (all files but README.md) into `dir`.
 void copyFactory(const std::string& dir);
+// A "log4cxx.properties" text whose root logger, at `level`, writes each
+// message as `pattern` to the file `logPath`, flushed at once.
+std::string fileLogProperties(const std::string& logPath, const char* pattern = "%m%n", const char* level = "INFO");
 
 // Captures every message of the library while alive.
 class LogCapture : public OxBase::LogSink {

@@ -100,13 +100,7 @@ TEST_F(MaintainTest, SettersReportAMissingElementOrFileAndThenKeepMemory) {
 }
 
 TEST_F(MaintainTest, LoggingStopsWhenSwitchedOffOrSetOutOfRange) {
-  oxtest::writeFile(path("log4cxx.properties"),
-                    "log4j.rootLogger=INFO, test\n"
-                    "log4j.appender.test=org.apache.log4j.FileAppender\n"
-                    "log4j.appender.test.File=" + path("test.log") + "\n"
-                    "log4j.appender.test.ImmediateFlush=true\n"
-                    "log4j.appender.test.layout=org.apache.log4j.PatternLayout\n"
-                    "log4j.appender.test.layout.ConversionPattern=%m%n\n");
+  oxtest::writeFile(path("log4cxx.properties"), oxtest::fileLogProperties(path("test.log")));
   // This process may have been configured from another directory before.
   xlog_reload(path("log4cxx.properties"));
   CMaintain m;
