@@ -38,8 +38,9 @@ for name in "${targets[@]}"; do
   # fuzz/fuzz_workdir.h), so a run that crashed leaves nothing behind.
   work=$(mktemp -d -p "$shm")
   crashed=0
-  if ! (cd "$work" && OXCFG_FUZZ_WORK_ROOT="$work" "$bin" -max_total_time="$seconds" ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -max_len=65536 \
-        -rss_limit_mb=2048 -print_final_stats=1 "$corpus" >"$work/log" 2>&1); then
+  if ! (cd "$work" && OXCFG_FUZZ_WORK_ROOT="$work" "$bin" -max_total_time="$seconds" \
+        ${FUZZ_RUNS:+-runs="$FUZZ_RUNS"} -max_len=65536 -rss_limit_mb=2048 -print_final_stats=1 "$corpus" \
+        >"$work/log" 2>&1); then
     tail -60 "$work/log"
     status=1
     crashed=1

@@ -206,7 +206,10 @@ class OXCFG_API CNetworkCfg {
   // binds every protocol to entry 0 the first time. False when the adapters
   // cannot be listed or carry no usable address (the table is kept). Of
   // concurrent calls one refreshes and the others return true at once. A
-  // binding or outside address set while a refresh runs is kept by it.
+  // binding or outside address set while a refresh runs is kept by it. A
+  // refresh holds Config.xml's write lock from its merge to its write, so
+  // it (and the getters below that refresh) may wait for another writer of
+  // that file, in this process or another.
   bool updateLocalIP();
   // 1 for a value that is not a single protocol (out untouched); else
   // refreshes and copies the first entry bound to `protocol`, or entry 0

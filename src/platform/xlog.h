@@ -20,7 +20,8 @@
 
 // Never throws and never fails the caller: a message that cannot be
 // delivered (no memory, a throwing sink) is dropped. Safe in destructors and
-// catch blocks.
+// catch blocks. A message sent while xlog_reload replaces the configuration
+// waits for the new one.
 void xlog_format(int level, const char* module, const char* format, ...) noexcept
     __attribute__((format(printf, 3, 4)));
 
@@ -31,7 +32,8 @@ void xlog_configure_from_cwd();
 
 // Re-reads `path` if the library owns the log4cxx configuration (it made it
 // from a properties file): true then; false, doing nothing, when the host
-// configured log4cxx or no properties file was ever found.
+// configured log4cxx or no properties file was ever found. Messages sent
+// meanwhile wait for the new configuration rather than being lost.
 bool xlog_reload(const std::string& path);
 
 // The root logger's level as log4cxx numbers it, read under the lock that
